@@ -1,0 +1,834 @@
+#include "device/KeLoCommLib.h"
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QString>
+#include <algorithm>
+#include <cstring>
+
+#include "device/threads.h"
+
+using namespace kelo;
+
+std::atomic<std::uint8_t> g_keloConnectionMade{0};
+
+namespace {
+
+constexpr std::uint16_t kEngineTicks = 20;
+
+inline void putLe16(std::uint8_t* p, std::uint16_t v) {
+    p[0] = static_cast<std::uint8_t>(v);
+    p[1] = static_cast<std::uint8_t>(v >> 8);
+}
+inline void putLe32(std::uint8_t* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+inline std::uint16_t le16(const std::uint8_t* p) {
+    return static_cast<std::uint16_t>(p[0] | (p[1] << 8));
+}
+inline std::uint32_t le32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+inline std::uint64_t le64(const std::uint8_t* p) {
+    return static_cast<std::uint64_t>(le32(p)) | (static_cast<std::uint64_t>(le32(p + 4)) << 32);
+}
+
+// Shortest payload of each reply code that carries everything the dispatcher reads from it;
+// a shorter reply is ignored as malformed. 0 = not a reply the dispatcher knows.
+constexpr std::array<std::uint8_t, 256> makeMinimumLengths() {
+    std::array<std::uint8_t, 256> m{};
+    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120}) m[c] = 2;
+    m[102] = 6;
+    m[105] = m[111] = 3;
+    m[121] = 15;
+    for (int c : {130, 132, 137, 139, 142, 143, 149, 153, 193, 194, 195, 197, 210, 211}) m[c] = 1;
+    m[145] = 8;
+    m[150] = 7;
+    m[116] = 13;
+    m[192] = 5;
+    m[198] = kDeviceInfoSize;
+    return m;
+}
+constexpr std::array<std::uint8_t, 256> kMinimumLength = makeMinimumLengths();
+
+// Position of the status byte inside each plain reply.
+constexpr std::array<std::uint8_t, 256> makeStatusPositions() {
+    std::array<std::uint8_t, 256> m{};
+    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120}) m[c] = 1;
+    m[102] = 5;
+    m[105] = m[111] = 2;
+    m[121] = 14;
+    m[116] = 12;
+    m[192] = 4;
+    m[198] = 71;
+    return m;  // every other reply: byte 0
+}
+constexpr std::array<std::uint8_t, 256> kStatusPosition = makeStatusPositions();
+
+}  // namespace
+
+// ---- construction ----------------------------------------------------------------------------
+
+CommunicationLib::CommunicationLib() = default;
+CommunicationLib::~CommunicationLib() = default;
+
+KeLoCommLib::KeLoCommLib() {
+    for (auto& s : status_) s.store(0);
+}
+
+KeLoCommLib::~KeLoCommLib() {
+    // A device object is meant to be closed before it is deleted. If it was not (or an open
+    // failed half-way), stop the link here so that no thread outlives the object.
+    stopLink();
+}
+
+CommunicationLib* GetKeLoComm() { return new KeLoCommLib(); }
+
+// ---- command primitives ----------------------------------------------------------------------
+
+void KeLoCommLib::sendDatagram(const std::uint8_t* data, std::size_t length) {
+    socket_.sendTo(addressValue_, port_, data, length);  // errors show up as a time-out
+}
+
+bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_t length) {
+    if (!engine_) return false;
+    return engine_->send(code, static_cast<const std::uint8_t*>(payload), length, nullptr,
+                         kEngineTicks);
+}
+
+bool KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
+    return event(code).wait(waitMs);
+}
+
+unsigned char KeLoCommLib::command(std::uint8_t code, const void* payload, std::uint16_t length,
+                                   unsigned int waitMs, bool preset) {
+    if (preset) presetStatus(code);
+    if (!sendFrame(code, payload, length)) return 3;
+    if (!waitReply(code, waitMs)) return 2;
+    return status(code) != 0 ? 1 : 0;
+}
+
+unsigned char KeLoCommLib::commandByte(std::uint8_t code, unsigned char value) {
+    return command(code, &value, 1, kWait);
+}
+
+// ---- link ------------------------------------------------------------------------------------
+
+unsigned char KeLoCommLib::OpenDevice(const char* address) {
+    // Re-opening an object whose link is up would leak its threads and socket: stop it first.
+    if (engine_ || socket_.isOpen()) stopLink();
+
+    // 1. Address, as text and as an 8-bit copy.
+    const char* text = address ? address : "";
+    address_ = QString::fromLatin1(text);
+    std::strncpy(address8_, text, sizeof address8_ - 1);
+    address8_[sizeof address8_ - 1] = '\0';
+    addressValue_ = parseIPv4(address8_);
+    uploadActive_.store(0);
+
+    // 2. Protocol engine in the host role.
+    if (!engine_) engine_.reset(new FrameEngine(1, this, this, sendLock_));
+
+    // 3-5. Socket.
+    if (!netStartup()) return 3;
+    if (!socket_.open()) return 3;
+    socket_.setReceiveBuffer(0x400000);
+    if (!socket_.setReceiveTimeout(1000) || !socket_.setBlocking(true)) {
+        socket_.close();
+        return 3;
+    }
+
+    // 6. Receive and tick threads.
+    linkOpen_.store(1);
+    rxThread_ = new threadUDPproc(this);
+    rxThread_->running.store(1);
+    rxThread_->start(QThread::TimeCriticalPriority);
+    tickThread_ = new threadTFtickproc(this);
+    tickThread_->running.store(1);
+    tickThread_->start(QThread::TimeCriticalPriority);
+
+    // 7. The reply dispatcher sees every frame.
+    engine_->addGeneralHandler(&KeLoCommLib::replyDispatcher);
+
+    // 8. Device information, up to five tries.
+    unsigned char info[kDeviceInfoSize] = {};
+    unsigned char result = 0;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        result = GetDeviceInfo(info);
+        if (result == 0) break;
+    }
+    if (result != 0) {
+        rxThread_->running.store(0);
+        rxThread_->quit();
+        tickThread_->quit();
+        return result;
+    }
+
+    // 9. Software version.
+    softwareVersion_ = le32(info);
+
+    // 10. Connect. The payload carries the library's version word for the device's log.
+    std::uint8_t connect[4];
+    putLe32(connect, 0x02000006u);
+    result = command(kCmdConnect, connect, sizeof connect, kWait);
+    if (result != 0) return result;
+    g_keloConnectionMade.store(1);
+
+    // 11. Keep-alive.
+    keepAliveThread_ = new threadKeepAliveproc(this);
+    keepAliveThread_->running.store(1);
+    keepAliveThread_->start(QThread::NormalPriority);
+    return 0;
+}
+
+unsigned char KeLoCommLib::get_software_version(unsigned int* version) {
+    if (version) *version = softwareVersion_;
+    return 0;
+}
+
+unsigned char KeLoCommLib::Fr_Open(const char* address) {
+    unsigned char result = OpenDevice(address);
+    if (result == 0 && !frQueueReserved_) {
+        LockGuard g(frQueueLock_);
+        frQueue_.reserve(kFrQueueCap);
+        frQueueReserved_ = true;
+    }
+    return result;
+}
+
+void KeLoCommLib::stopLink() {
+    if (rxThread_) rxThread_->running.store(0);
+    if (tickThread_) tickThread_->running.store(0);
+    if (keepAliveThread_) keepAliveThread_->running.store(0);
+    if (tickThread_) tickThread_->wakeUp.set();
+    if (keepAliveThread_) keepAliveThread_->wakeUp.set();
+    socket_.interrupt();  // the receive thread returns from its wait at once
+    auto finish = [](auto*& thread) {
+        if (!thread) return;
+        if (thread->isRunning()) {
+            thread->quit();
+            thread->wait();
+        }
+        delete thread;
+        thread = nullptr;
+    };
+    finish(tickThread_);
+    finish(keepAliveThread_);
+    finish(rxThread_);
+    socket_.close();
+    engine_.reset();
+}
+
+unsigned char KeLoCommLib::Fr_Close() {
+    unsigned char result = command(kCmdClose, nullptr, 0, kWait);
+    linkOpen_.store(0);
+    event(kUploadFlexRay).set();  // a waiting Fr_Receive returns 4
+    stopLink();
+    LockGuard g(frQueueLock_);
+    frQueue_.clear();
+    frCount_.store(0);
+    return result;
+}
+
+unsigned char KeLoCommLib::CAN_Open(const char* address, unsigned char channel) {
+    canChannel_ = channel;
+    unsigned char result = OpenDevice(address);
+    if (result == 0) canOpened_.store(1);
+    return result;
+}
+
+unsigned char KeLoCommLib::CAN_Close() {
+    canOpened_.store(0);
+    event(kUploadCan).set();  // a waiting CAN_Receive returns 4
+    stopLink();
+    return 0;
+}
+
+// ---- FlexRay configuration -------------------------------------------------------------------
+
+unsigned char KeLoCommLib::Fr_Set_Cluster_Parameter(unsigned char* cluster) {
+    if (!cluster) return 5;
+    SetControllerMode(1, cluster[0], 0xA0000000u);
+    return command(kCmdSetClusterParameter, cluster, 40, kWait);
+}
+
+unsigned char KeLoCommLib::Fr_Set_Node_Parameter(const char* node) {
+    if (!node) return 5;
+    return command(kCmdSetNodeParameter, node, 52, kWait);
+}
+
+// The communication-controller record is the controller byte followed by five bytes.
+unsigned char KeLoCommLib::Fr_Set_CC_Parameter(const char* cc) {
+    if (!cc) return 5;
+    return command(kCmdSetCcParameter, cc, 6, kWait);
+}
+
+unsigned char KeLoCommLib::SetTimeOffset(long long seconds) {
+    // Unsigned arithmetic so that an out-of-range offset wraps instead of overflowing.
+    std::uint64_t nanos = static_cast<std::uint64_t>(seconds) * 1000000000ull;
+    std::uint8_t payload[8];
+    putLe32(payload, static_cast<std::uint32_t>(nanos));
+    putLe32(payload + 4, static_cast<std::uint32_t>(nanos >> 32));
+    return command(kCmdSetTimeOffset, payload, sizeof payload, kWait, false);
+}
+
+unsigned char KeLoCommLib::Fr_SetFrPhyNodeKeySlot(const char* keyslot) {
+    if (!keyslot) return 5;
+    return command(kCmdSetKeySlot, keyslot, 9, kWait);
+}
+
+// The device answers with the buffer index it assigned; it is written into the record's second
+// byte (the first byte of the caller's slot block).
+unsigned char KeLoCommLib::Fr_Set_Slot_Parameter(unsigned char* slot) {
+    if (!slot) return 5;
+    unsigned char result = command(kCmdSetSlotParameter, slot, 14, kWait);
+    if (result == 0) {
+        std::lock_guard<std::mutex> g(replyLock_);
+        slot[1] = slotResult_;
+    }
+    return result;
+}
+
+unsigned char KeLoCommLib::Fr_Set_Fifo_Parameter(unsigned char* fifo) {
+    if (!fifo) return 5;
+    fifo[2] = 0;
+    unsigned char result = command(kCmdSetFifoParameter, fifo, 46, kWait);
+    if (result != 0) return result;
+    fifo[2] = 1;
+    return command(kCmdSetFifoParameter, fifo, 46, kWait);
+}
+
+unsigned char KeLoCommLib::Fr_Configure_Node(unsigned char c) {
+    return commandByte(kCmdConfigureNode, c);
+}
+unsigned char KeLoCommLib::Fr_SendWakeUp(unsigned char c) { return commandByte(kCmdSendWakeUp, c); }
+unsigned char KeLoCommLib::Fr_Start_Node(unsigned char c) { return commandByte(kCmdStartNode, c); }
+unsigned char KeLoCommLib::Fr_Stop(unsigned char c) { return command(kCmdStopNode, &c, 1, 3000); }
+
+unsigned char KeLoCommLib::Fr_StartFrRxUpload(unsigned char c) {
+    uploadActive_.store(1);
+    return commandByte(kCmdStartRxUpload, c);
+}
+
+unsigned char KeLoCommLib::Fr_StopFrRxUpload(unsigned char c) {
+    uploadActive_.store(0);
+    return commandByte(kCmdStopRxUpload, c);
+}
+
+unsigned char KeLoCommLib::Fr_GetFrNodeState(unsigned char controller, unsigned char* state,
+                                             unsigned char* sub) {
+    LockGuard g(nodeStateLock_);
+    unsigned char result = commandByte(kCmdGetNodeState, controller);
+    if (result == 0) {
+        std::lock_guard<std::mutex> r(replyLock_);
+        if (state) *state = nodeState_;
+        if (sub) *sub = nodeSubState_;
+    }
+    return result;
+}
+
+unsigned char KeLoCommLib::Fr_GetFrPSRState(unsigned char controller, unsigned char* psr) {
+    unsigned char state = 0, sub = 0;
+    unsigned char result = Fr_GetFrNodeState(controller, &state, &sub);
+    if (result == 0 && psr) {
+        std::lock_guard<std::mutex> r(replyLock_);
+        std::memcpy(psr, nodeReply_ + 2, 8);
+    }
+    return result;
+}
+
+unsigned char KeLoCommLib::Fr_GetFrNWVector(unsigned char controller, unsigned char* vector,
+                                            unsigned char* length) {
+    unsigned char result = commandByte(kCmdGetNmVector, controller);
+    if (result == 0) {
+        std::lock_guard<std::mutex> r(replyLock_);
+        if (vector) std::memcpy(vector, nmVector_, nmLength_);
+        if (length) *length = nmLength_;
+    }
+    return result;
+}
+
+// ---- FlexRay traffic -------------------------------------------------------------------------
+
+unsigned int KeLoCommLib::Fr_framesAvailable() {
+    return static_cast<unsigned int>(frCount_.load());
+}
+
+unsigned char KeLoCommLib::Fr_ClearRcvBuffer(unsigned char) {
+    LockGuard g(frQueueLock_);
+    frQueue_.clear();
+    frCount_.store(0);
+    return 0;
+}
+
+unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeoutMs) {
+    if (!record) return 5;
+    while (frCount_.load() == 0) {
+        if (!linkOpen_.load()) return 4;
+        if (!event(kUploadFlexRay).wait(timeoutMs)) return 2;
+        if (frCount_.load() != 0) break;
+        if (!linkOpen_.load()) return 4;
+    }
+    {
+        LockGuard g(frQueueLock_);
+        if (!frQueue_.popFront(record)) return 2;  // emptied by a concurrent clear
+        frCount_.store(frQueue_.size());
+    }
+    // Channel flags from the status word: bit 1 = its bit 15, bit 0 = its bit 7.
+    std::uint16_t statusWord = le16(record + 24);
+    record[18] = static_cast<unsigned char>(((statusWord >> 15) & 1u) << 1 | ((statusWord >> 7) & 1u));
+    return 0;
+}
+
+unsigned char KeLoCommLib::Fr_Transmit(unsigned char controller, unsigned char slot,
+                                       unsigned char* data, unsigned char words) {
+    if (!busActive_.load()) return 18;
+    if (!data && words) return 5;
+    LockGuard g(frTransmitLock_);
+    std::uint8_t payload[4 + 2 * 255];
+    payload[0] = controller;
+    payload[1] = slot;
+    payload[2] = words;
+    payload[3] = 0;
+    if (words) std::memcpy(payload + 4, data, 2u * words);
+    return command(kCmdTransmit, payload, static_cast<std::uint16_t>(4 + 2 * words), kWait);
+}
+
+unsigned char KeLoCommLib::Fr_FillData_beforeTransmit_MultiFrame(unsigned char index,
+                                                                 unsigned char slot, void* data,
+                                                                 unsigned char length) {
+    if (index >= 128) return 5;
+    if (!data && length) return 5;
+    StagedFrame& e = staging_[index];
+    std::size_t bytes = std::min<std::size_t>(length, sizeof e.data);
+    e.slot = slot;
+    e.words = static_cast<std::uint8_t>(length / 2);
+    if (bytes) std::memcpy(e.data, data, bytes);
+    e.filled = 1;
+    return 0;
+}
+
+unsigned char KeLoCommLib::Fr_Transmit_MultiFrame(unsigned char controller, unsigned char count,
+                                                  unsigned char* result, unsigned char wait) {
+    if (wait == 0 && !busActive_.load()) return 18;
+    std::uint8_t payload[kMultiHeaderSize + 128 * (40 + 254)] = {};
+    std::size_t length = kMultiHeaderSize;
+    putLe32(payload + 16, count);
+    {
+        std::lock_guard<std::mutex> g(replyLock_);
+        putLe32(payload + 20, transmitCounter_++);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+        // Only 128 staging entries exist; an entry past them is never filled.
+        if (i >= 128 || !staging_[i].filled) return 19;
+        StagedFrame& e = staging_[i];
+        std::uint8_t* head = payload + length;
+        head[20] = 1;
+        head[21] = controller;
+        head[22] = e.slot;
+        head[33] = e.words;
+        std::size_t bytes = std::min<std::size_t>(2u * e.words, sizeof e.data);
+        std::memcpy(head + 40, e.data, bytes);
+        length += 40 + bytes;
+        e.filled = 0;
+    }
+    if (length >= 1300) return 15;
+    presetStatus(kCmdMultiTransmit);
+    if (!sendFrame(kCmdMultiTransmit, payload, static_cast<std::uint16_t>(length))) return 3;
+    if (wait == 0) return 0;
+    if (!waitReply(kCmdMultiTransmit, kWait)) return 2;
+    {
+        std::lock_guard<std::mutex> g(replyLock_);
+        if (result) *result = static_cast<unsigned char>(transmitResult_);
+    }
+    return status(kCmdMultiTransmit) != 0 ? 1 : 0;
+}
+
+unsigned char KeLoCommLib::Fr_ReplaySend(unsigned char controller, unsigned char channel,
+                                         const char* data, unsigned short length) {
+    if (!data && length) return 5;
+    if (length > FrameEngine::kMaxPayload - 2) return 5;  // longer than any frame the device takes
+    std::uint8_t payload[FrameEngine::kMaxPayload];
+    payload[0] = controller;
+    payload[1] = channel;
+    if (length) std::memcpy(payload + 2, data, length);
+    return command(kCmdReplaySend, payload, static_cast<std::uint16_t>(2 + length), 500);
+}
+
+// ---- device management -----------------------------------------------------------------------
+
+unsigned char KeLoCommLib::GetDeviceInfo(unsigned char* info) {
+    unsigned char result = command(kCmdGetDeviceInfo, nullptr, 0, 5000);
+    if (result == 0 && info) {
+        std::lock_guard<std::mutex> g(replyLock_);
+        std::memcpy(info, deviceInfo_, kDeviceInfoSize);
+    }
+    return result;
+}
+
+unsigned char KeLoCommLib::SetDeviceInfo(unsigned char* info) {
+    if (!info) return 5;
+    std::lock_guard<std::mutex> g(replyLock_);
+    std::memcpy(deviceInfo_, info, kDeviceInfoSize);
+    return 0;
+}
+
+unsigned char KeLoCommLib::SetDeviceOption(unsigned char value) {
+    return commandByte(kCmdSetDeviceOption, value);
+}
+
+unsigned char KeLoCommLib::SetDeviceText(const char* text) {
+    std::uint8_t payload[32] = {};
+    QByteArray latin1 = QString::fromUtf8(text ? text : "").toLatin1();
+    std::memcpy(payload, latin1.constData(), std::min<std::size_t>(latin1.size(), 31));
+    return command(kCmdSetDeviceText, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::FrSetDevIp(const char* address) {
+    std::uint8_t payload[4];
+    putLe32(payload, QHostAddress(QString::fromLatin1(address ? address : "")).toIPv4Address());
+    return command(kCmdSetDeviceIp, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::ResetCPU() {
+    presetStatus(kCmdResetCpu);
+    return sendFrame(kCmdResetCpu, nullptr, 0) ? 0 : 3;
+}
+
+// ---- CAN parameters and shared controller operations -----------------------------------------
+
+unsigned char KeLoCommLib::CAN_SetBusParameter(unsigned char kind, unsigned char channel,
+                                               unsigned char* block) {
+    if (!block) return 5;
+    std::uint8_t payload[52] = {kind, channel, 0, 0};
+    std::memcpy(payload + 4, block, 48);
+    return command(kCmdCanSetBusParameter, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::CAN_SetFilterParameter(unsigned char kind, unsigned char channel,
+                                                  unsigned char* block) {
+    if (!block) return 5;
+    std::uint8_t payload[36] = {kind, channel, 0, 0};
+    std::memcpy(payload + 4, block, 32);
+    return command(kCmdCanSetFilterParameter, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::CAN_SetOptionParameter(unsigned char kind, unsigned char channel,
+                                                  unsigned char* block) {
+    if (!block) return 5;
+    std::uint8_t payload[46] = {kind, channel};
+    std::memcpy(payload + 2, block, 44);
+    return command(kCmdCanSetOptionParameter, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::SetControllerMode(unsigned char kind, unsigned char controller,
+                                             unsigned int word) {
+    std::uint8_t payload[8] = {kind, controller, 0, 0};
+    putLe32(payload + 4, word);
+    return command(kCmdSetControllerMode, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::Fr_WriteRegister(unsigned char kind, unsigned char controller,
+                                            unsigned int word) {
+    std::uint8_t payload[6] = {kind, controller};
+    putLe32(payload + 2, word);
+    return command(kCmdWriteRegister, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::Fr_ReadRegister(unsigned char kind, unsigned char controller,
+                                           unsigned int* word) {
+    std::uint8_t payload[2] = {kind, controller};
+    unsigned char result = command(kCmdReadRegister, payload, sizeof payload, kWait);
+    if (result == 0 && word) {
+        std::lock_guard<std::mutex> g(replyLock_);
+        *word = registerWord_;
+    }
+    return result;
+}
+
+unsigned char KeLoCommLib::Fr_Set_WorkMode(unsigned char kind, unsigned char controller,
+                                           char mode, unsigned char flag) {
+    unsigned int word = mode == 1 ? 2u : 0u;
+    if (flag == 1) word |= 0x20000000u;
+    return Fr_WriteRegister(kind, controller, word);
+}
+
+namespace {
+// Register bit addressed by Fr_WriteValue / Fr_ReadValue, 0 for an unknown selector.
+constexpr unsigned int valueBit(unsigned int which) {
+    return which == 0 ? 0x10000000u : which == 1 ? 0x40000000u : 0u;
+}
+}  // namespace
+
+unsigned char KeLoCommLib::Fr_WriteValue(unsigned char kind, unsigned char controller,
+                                         unsigned int which, int value) {
+    const unsigned int bit = valueBit(which);
+    if (bit == 0) return 5;
+    unsigned int word = 0;
+    unsigned char result = Fr_ReadRegister(kind, controller, &word);
+    if (result != 0) return result;
+    word = value != 0 ? (word | bit) : (word & ~bit);
+    return Fr_WriteRegister(kind, controller, word);
+}
+
+unsigned char KeLoCommLib::Fr_ReadValue(unsigned char kind, unsigned char controller,
+                                        unsigned int which, unsigned int* value) {
+    const unsigned int bit = valueBit(which);
+    if (bit == 0) return 5;
+    unsigned int word = 0;
+    unsigned char result = Fr_ReadRegister(kind, controller, &word);
+    if (result == 0 && value) *value = (word & bit) ? 1u : 0u;
+    return result;
+}
+
+unsigned char KeLoCommLib::Fr_SetNodeRxTimeout(unsigned char kind, unsigned char controller,
+                                               unsigned int timeout) {
+    std::uint8_t payload[6] = {kind, controller};
+    putLe32(payload + 2, timeout);
+    return command(kCmdSetNodeRxTimeout, payload, sizeof payload, kWait);
+}
+
+// ---- CAN -------------------------------------------------------------------------------------
+
+unsigned char KeLoCommLib::CAN_Start(unsigned char mode) {
+    std::uint8_t payload[2] = {mode, canChannel_};
+    return command(kCmdCanStart, payload, sizeof payload, kWait);
+}
+
+unsigned char KeLoCommLib::CAN_Stop(unsigned char mode) {
+    std::uint8_t payload[2] = {mode, canChannel_};
+    return command(kCmdCanStop, payload, sizeof payload, kWait);
+}
+
+// The caller's configuration record: bytes 0-15 bus timing, two acceptance-filter entries of
+// 16 bytes at 20 and 36 (8 bytes, a 16-bit word, a 32-bit word, packed), byte 50 the filter
+// mode, byte 51 the option byte. See docs/protocol.md for where each lands.
+unsigned char KeLoCommLib::CAN_Configure(unsigned char* config) {
+    if (!config) return 5;
+    if (SetControllerMode(2, canChannel_, 0xA0000000u) != 0) return 10;
+
+    std::uint8_t bus[48] = {};
+    std::memcpy(bus, config, 16);
+    bus[16] = 64;
+    if (CAN_SetBusParameter(2, canChannel_, bus) != 0) return 11;
+
+    // Two 16-byte filter entries keep the record's packed layout (8 bytes at 0, the 16-bit word
+    // at 8, the 32-bit word at 10); the filter mode travels in the last byte of the block, which
+    // no entry uses, so the command keeps its 36-byte payload.
+    std::uint8_t filter[32] = {};
+    for (int n = 0; n < 2; ++n) {
+        const std::uint8_t* src = config + 20 + 16 * n;
+        std::uint8_t* dst = filter + 16 * n;
+        std::memcpy(dst, src, 8);
+        std::memcpy(dst + 8, src + 8, 2);
+        std::memcpy(dst + 10, src + 10, 4);
+    }
+    filter[31] = config[50];
+    if (CAN_SetFilterParameter(2, canChannel_, filter) != 0) return 12;
+
+    std::uint8_t option[44] = {0, config[51]};
+    if (CAN_SetOptionParameter(2, canChannel_, option) != 0) return 13;
+    return 0;
+}
+
+unsigned char KeLoCommLib::CAN_SetNodeRxTimeout(unsigned char* config) {
+    if (!config) return 5;
+    return Fr_SetNodeRxTimeout(2, canChannel_, le32(config));
+}
+
+unsigned char KeLoCommLib::CAN_Transmit(unsigned char* frame, unsigned char* data) {
+    if (!frame) return 5;
+    const std::uint8_t length = frame[8];
+    if (length > kCanMaxData || (!data && length)) return 5;
+    LockGuard g(canTransmitLock_);
+    std::uint8_t payload[kMultiHeaderSize + kCanUploadEntryHead + kCanMaxData] = {};
+    putLe32(payload + 16, 1);
+    std::uint8_t* entry = payload + kMultiHeaderSize;
+    entry[20] = 2;
+    entry[21] = canChannel_;
+    std::uint32_t flags = static_cast<std::uint32_t>(frame[4] & 3u) << 30;
+    if (frame[5]) flags |= 0x800000u;
+    if (frame[6]) flags |= 0x200000u;
+    if (frame[7]) flags |= 0x100000u;
+    putLe32(entry + 24, flags);
+    std::memcpy(entry + 28, frame, 4);
+    entry[32] = length;
+    if (length) std::memcpy(entry + 40, data, length);
+    unsigned char result =
+        command(kCmdMultiTransmit, payload,
+                static_cast<std::uint16_t>(kMultiHeaderSize + kCanUploadEntryHead + length), kWait);
+    if (result != 0) return result;
+    std::lock_guard<std::mutex> r(replyLock_);
+    return transmitChannel_ == canChannel_ ? 0 : 1;
+}
+
+unsigned char KeLoCommLib::CAN_Receive(unsigned char* record, unsigned int timeoutMs) {
+    if (!record) return 5;
+    while (canCount_.load() == 0) {
+        if (!canOpened_.load()) return 4;
+        if (!event(kUploadCan).wait(timeoutMs)) return 2;
+        if (canCount_.load() != 0) break;
+        if (!canOpened_.load()) return 4;
+    }
+    {
+        LockGuard g(canQueueLock_);
+        if (!canQueue_.popFront(record)) return 2;
+        canCount_.store(canQueue_.size());
+    }
+    record[0] = canChannel_;
+    return 0;
+}
+
+unsigned int KeLoCommLib::CAN_framesAvailable() {
+    return static_cast<unsigned int>(canCount_.load());
+}
+
+unsigned char KeLoCommLib::CAN_ClearRcvBuffer() {
+    LockGuard g(canQueueLock_);
+    canQueue_.clear();
+    canCount_.store(0);
+    return 0;
+}
+
+// ---- reply dispatcher ------------------------------------------------------------------------
+
+int KeLoCommLib::replyDispatcher(FrameEngine& engine, const FrameMessage& message) {
+    static_cast<KeLoCommLib*>(engine.owner())->dispatch(message);
+    return 1;  // no later general handler sees the frame
+}
+
+void KeLoCommLib::dispatch(const FrameMessage& m) {
+    const std::uint8_t code = m.command;
+    if (code < 96 || code > 212) return;
+    const std::uint8_t* p = m.payload;
+    const std::size_t n = p ? m.length : 0;
+
+    switch (code) {
+        case kUploadFlexRay:
+            takeFlexRayUpload(p, n);
+            return;
+        case kUploadCan:
+            takeCanUpload(p, n);
+            return;
+        case kUploadStatus:
+            takeStatusUpload(p, n);
+            return;
+        default:
+            break;
+    }
+    if (eventIndex(code) < 0 || code == kUploadFlexRay || code == kUploadCan) return;
+    if (n < kMinimumLength[code] || kMinimumLength[code] == 0) return;  // malformed: ignored
+
+    {
+        std::lock_guard<std::mutex> g(replyLock_);
+        switch (code) {
+            case kCmdSetSlotParameter:
+                slotResult_ = p[4];
+                break;
+            case kCmdGetNmVector:
+                // A FlexRay NM vector has at most 12 bytes (bytes 2-13, before the status).
+                nmLength_ = std::min<std::uint8_t>(p[1], 12);
+                std::memcpy(nmVector_, p + 2, nmLength_);
+                break;
+            case kCmdMultiTransmit:
+                transmitChannel_ = p[2];
+                transmitResult_ = le32(p + 4);
+                break;
+            case kCmdReadRegister:
+                registerWord_ = le32(p + 3);
+                break;
+            case kCmdGetNodeState:
+                nodeState_ = static_cast<std::uint8_t>((le16(p + 2) >> 8) & 0x7u);
+                nodeSubState_ = p[10];
+                std::memcpy(nodeReply_, p, sizeof nodeReply_);
+                break;
+            default:
+                break;
+        }
+    }
+    if (code == kCmdGetDeviceInfo) SetDeviceInfo(const_cast<std::uint8_t*>(p));
+    status_[code].store(p[kStatusPosition[code]]);
+    event(code).set();
+}
+
+void KeLoCommLib::takeFlexRayUpload(const std::uint8_t* p, std::size_t n) {
+    if (!uploadActive_.load() || n < 2) return;
+    const unsigned entries = p[1];
+    std::size_t at = 2;
+    for (unsigned i = 0; i < entries; ++i) {
+        if (at + kFrUploadEntryHead > n) break;
+        const std::uint8_t* e = p + at;
+        const std::size_t bytes = 2u * e[21];
+        if (at + kFrUploadEntryHead + bytes > n) break;  // truncated entry
+        at += kFrUploadEntryHead + bytes;
+        {
+            LockGuard g(frQueueLock_);
+            if (frQueue_.size() < kFrQueueCap) {
+                auto& r = frQueue_.emplaceBack();
+                std::memcpy(r.data(), e, 12);
+                r[12] = e[13];
+                std::memcpy(r.data() + 13, e + 14, 3);
+                r[16] = e[18];
+                r[17] = e[19];
+                r[18] = 0;
+                r[19] = e[20];
+                r[20] = e[21];
+                r[21] = 0;
+                std::memcpy(r.data() + 22, e + 22, 4);
+                // A record holds 254 payload bytes; a longer entry is cut, its length kept.
+                const std::size_t kept = std::min(bytes, kFrRecordMaxPayload);
+                std::memcpy(r.data() + kFrRecordPayloadOffset, e + kFrUploadEntryHead, kept);
+                std::memset(r.data() + kFrRecordPayloadOffset + kept, 0, kFrRecordMaxPayload - kept);
+                frCount_.store(frQueue_.size());
+            }
+        }
+        event(kUploadFlexRay).set();
+    }
+}
+
+void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
+    if (n < kMultiHeaderSize) return;
+    const std::uint32_t entries = le32(p + 16);
+    std::size_t at = kMultiHeaderSize;
+    for (std::uint32_t i = 0; i < entries; ++i) {
+        if (at + kCanUploadEntryHead > n) break;
+        const std::uint8_t* e = p + at;
+        const std::size_t length = e[32];
+        if (at + kCanUploadEntryHead + length > n) break;
+        at += (kCanUploadEntryHead + length + 3) & ~std::size_t{3};
+        const std::uint64_t stamp = le64(e + 8);
+        const std::uint32_t flags = le32(e + 24);
+        {
+            LockGuard g(canQueueLock_);
+            auto& r = canQueue_.emplaceBack();
+            r.fill(0);
+            std::memcpy(r.data() + 4, e + 4, 4);
+            putLe32(r.data() + 8, static_cast<std::uint32_t>(stamp / 1000000u));
+            putLe32(r.data() + 12, static_cast<std::uint32_t>(stamp % 1000000u));
+            std::memcpy(r.data() + 16, e + 28, 4);
+            r[20] = static_cast<std::uint8_t>(flags >> 30);
+            r[21] = static_cast<std::uint8_t>((flags >> 21) & 1u);
+            r[22] = static_cast<std::uint8_t>((flags >> 20) & 1u);
+            r[23] = static_cast<std::uint8_t>(length);
+            std::memcpy(r.data() + kCanRecordDataOffset, e + kCanUploadEntryHead,
+                        std::min(length, kCanMaxData));
+            canCount_.store(canQueue_.size());
+        }
+        event(kUploadCan).set();
+    }
+}
+
+void KeLoCommLib::takeStatusUpload(const std::uint8_t* p, std::size_t n) {
+    if (n < kMultiHeaderSize) return;
+    const std::uint32_t entries = le32(p + 16);
+    for (std::uint32_t i = 0; i < entries; ++i) {
+        const std::size_t at = kMultiHeaderSize + std::size_t{i} * kStatusEntrySize;
+        if (at + kStatusEntrySize > n) break;
+        const std::uint8_t* e = p + at;
+        if (le16(e + 8) != 4) continue;
+        const std::uint16_t state = le16(e + 24);
+        if (state == 1) busActive_.store(1);
+        if (state == 2) busActive_.store(0);
+    }
+}

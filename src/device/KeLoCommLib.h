@@ -1,0 +1,194 @@
+// KeLoCommLib: the device object. One instance owns one UDP link to one device, its three worker
+// threads, the FlexRay and CAN receive queues, and one completion event and status byte per
+// device command.
+#pragma once
+
+#include <QString>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "CommunicationLib.h"
+#include "device/command_codes.h"
+#include "device/frame_engine.h"
+#include "device/record_queue.h"
+#include "platform/platform.h"
+
+class threadUDPproc;
+class threadTFtickproc;
+class threadKeepAliveproc;
+
+// Process-wide: set to 1 once any device object has made a connection.
+extern std::atomic<std::uint8_t> g_keloConnectionMade;
+
+class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
+public:
+    KeLoCommLib();
+    ~KeLoCommLib() override;
+
+    unsigned char OpenDevice(const char* address) override;
+    unsigned char get_software_version(unsigned int* version) override;
+    unsigned char Fr_Open(const char* address) override;
+    unsigned char Fr_Set_Cluster_Parameter(unsigned char* cluster) override;
+    unsigned char Fr_Set_Node_Parameter(const char* node) override;
+    unsigned char Fr_Set_CC_Parameter(const char* cc) override;
+    unsigned char SetTimeOffset(long long seconds) override;
+    unsigned char Fr_SetFrPhyNodeKeySlot(const char* keyslot) override;
+    unsigned char Fr_Set_Slot_Parameter(unsigned char* slot) override;
+    unsigned char Fr_Set_Fifo_Parameter(unsigned char* fifo) override;
+    unsigned char Fr_Configure_Node(unsigned char controller) override;
+    unsigned char Fr_SendWakeUp(unsigned char controller) override;
+    unsigned char Fr_Start_Node(unsigned char controller) override;
+    unsigned char Fr_StartFrRxUpload(unsigned char controller) override;
+    unsigned char Fr_StopFrRxUpload(unsigned char controller) override;
+    unsigned char Fr_GetFrNodeState(unsigned char controller, unsigned char* state,
+                                    unsigned char* sub) override;
+    unsigned char Fr_GetFrPSRState(unsigned char controller, unsigned char* psr) override;
+    unsigned char Fr_GetFrNWVector(unsigned char controller, unsigned char* vector,
+                                   unsigned char* length) override;
+    unsigned int Fr_framesAvailable() override;
+    unsigned char Fr_ClearRcvBuffer(unsigned char controller) override;
+    unsigned char Fr_Receive(unsigned char* record, unsigned int timeoutMs) override;
+    unsigned char Fr_Transmit(unsigned char controller, unsigned char slot, unsigned char* data,
+                              unsigned char words) override;
+    unsigned char Fr_FillData_beforeTransmit_MultiFrame(unsigned char index, unsigned char slot,
+                                                        void* data, unsigned char length) override;
+    unsigned char Fr_Transmit_MultiFrame(unsigned char controller, unsigned char count,
+                                         unsigned char* result, unsigned char wait) override;
+    unsigned char Fr_ReplaySend(unsigned char controller, unsigned char channel, const char* data,
+                                unsigned short length) override;
+    unsigned char Fr_Stop(unsigned char controller) override;
+    unsigned char Fr_Close() override;
+    unsigned char GetDeviceInfo(unsigned char* info) override;
+    unsigned char SetDeviceOption(unsigned char value) override;
+    unsigned char SetDeviceText(const char* text) override;
+    unsigned char FrSetDevIp(const char* address) override;
+    unsigned char CAN_SetBusParameter(unsigned char kind, unsigned char channel,
+                                      unsigned char* block) override;
+    unsigned char CAN_SetFilterParameter(unsigned char kind, unsigned char channel,
+                                         unsigned char* block) override;
+    unsigned char Fr_Set_WorkMode(unsigned char kind, unsigned char controller, char mode,
+                                  unsigned char flag) override;
+    unsigned char ResetCPU() override;
+    unsigned char Fr_WriteValue(unsigned char kind, unsigned char controller, unsigned int which,
+                                int value) override;
+    unsigned char Fr_ReadValue(unsigned char kind, unsigned char controller, unsigned int which,
+                               unsigned int* value) override;
+    unsigned char Fr_SetNodeRxTimeout(unsigned char kind, unsigned char controller,
+                                      unsigned int timeout) override;
+    unsigned char CAN_Start(unsigned char mode) override;
+    unsigned char CAN_Stop(unsigned char mode) override;
+    unsigned char CAN_Open(const char* address, unsigned char channel) override;
+    unsigned char CAN_Close() override;
+    unsigned char CAN_Configure(unsigned char* config) override;
+    unsigned char CAN_SetNodeRxTimeout(unsigned char* config) override;
+    unsigned char CAN_Transmit(unsigned char* frame, unsigned char* data) override;
+    unsigned char CAN_Receive(unsigned char* record, unsigned int timeoutMs) override;
+    unsigned int CAN_framesAvailable() override;
+    unsigned char CAN_ClearRcvBuffer() override;
+    unsigned char SetControllerMode(unsigned char kind, unsigned char controller,
+                                    unsigned int word) override;
+    unsigned char SetDeviceInfo(unsigned char* info) override;
+    unsigned char CAN_SetOptionParameter(unsigned char kind, unsigned char channel,
+                                         unsigned char* block) override;
+    unsigned char Fr_WriteRegister(unsigned char kind, unsigned char controller,
+                                   unsigned int word) override;
+    unsigned char Fr_ReadRegister(unsigned char kind, unsigned char controller,
+                                  unsigned int* word) override;
+
+    // State read by tests and tools.
+    bool linkOpen() const { return linkOpen_.load(); }
+    bool busActive() const { return busActive_.load(); }
+    bool uploadsActive() const { return uploadActive_.load(); }
+    unsigned char canChannel() const { return canChannel_; }
+    std::uint16_t devicePort() const { return port_; }
+    // The device port is a constant of the object; tests may point it elsewhere before opening.
+    void setDevicePort(std::uint16_t port) { port_ = port; }
+
+private:
+    friend class threadUDPproc;
+    friend class threadTFtickproc;
+    friend class threadKeepAliveproc;
+
+    static constexpr unsigned kWait = 1000;
+
+    // Sends one command and waits for its reply: 0 accepted, 1 refused, 2 time-out, 3 not sent.
+    unsigned char command(std::uint8_t code, const void* payload, std::uint16_t length,
+                          unsigned int waitMs, bool presetStatus = true);
+    unsigned char commandByte(std::uint8_t code, unsigned char value);
+    bool sendFrame(std::uint8_t code, const void* payload, std::uint16_t length);
+    bool waitReply(std::uint8_t code, unsigned int waitMs);
+    std::uint8_t status(std::uint8_t code) const { return status_[code].load(); }
+    void presetStatus(std::uint8_t code) { status_[code].store(0xFF); }
+    kelo::AutoResetEvent& event(std::uint8_t code) { return events_[kelo::eventIndex(code)]; }
+
+    void stopLink();
+    void sendDatagram(const std::uint8_t* data, std::size_t length) override;
+
+    // Reply dispatcher: the engine's general handler.
+    static int replyDispatcher(kelo::FrameEngine& engine, const kelo::FrameMessage& message);
+    void dispatch(const kelo::FrameMessage& message);
+    void takeFlexRayUpload(const std::uint8_t* p, std::size_t n);
+    void takeCanUpload(const std::uint8_t* p, std::size_t n);
+    void takeStatusUpload(const std::uint8_t* p, std::size_t n);
+
+    // 35 auto-reset completion events, one per reply code (see kelo::kEventCodes).
+    kelo::AutoResetEvent events_[kelo::kEventCount];
+
+    std::atomic<std::uint8_t> linkOpen_{0};
+    std::atomic<std::uint8_t> canOpened_{0};
+    std::atomic<std::uint8_t> busActive_{1};
+    std::atomic<std::uint8_t> uploadActive_{0};
+    unsigned int softwareVersion_ = 0;
+
+    // Results the reply dispatcher stores for the waiting caller (guarded by replyLock_).
+    std::mutex replyLock_;
+    std::uint32_t transmitResult_ = 0;
+    std::uint8_t transmitChannel_ = 0;
+    std::uint32_t transmitCounter_ = 0;
+    std::uint8_t slotResult_ = 0;
+    std::uint32_t registerWord_ = 0;
+    std::uint8_t nodeState_ = 0;
+    std::uint8_t nodeSubState_ = 0;
+    std::uint8_t nodeReply_[13] = {};
+    std::uint8_t nmVector_[12] = {};
+    std::uint8_t nmLength_ = 0;
+    std::uint8_t deviceInfo_[kelo::kDeviceInfoSize] = {};
+
+    struct StagedFrame {
+        std::uint8_t slot;
+        std::uint8_t words;
+        std::uint8_t data[254];
+        std::uint8_t filled;
+    };
+    StagedFrame staging_[128] = {};
+
+    std::unique_ptr<kelo::FrameEngine> engine_;
+    threadUDPproc* rxThread_ = nullptr;
+    threadTFtickproc* tickThread_ = nullptr;
+    threadKeepAliveproc* keepAliveThread_ = nullptr;
+    kelo::UdpSocket socket_;
+
+    QString address_;
+    char address8_[64] = {};
+    std::uint32_t addressValue_ = 0;
+    std::uint16_t port_ = kelo::kDevicePort;
+
+    std::atomic<std::uint8_t> status_[256];
+    unsigned char canChannel_ = 255;
+
+    kelo::RecordQueue<kelo::kFrRecordSize> frQueue_;
+    bool frQueueReserved_ = false;
+    kelo::RecordQueue<kelo::kCanRecordSize> canQueue_;
+    std::atomic<std::size_t> frCount_{0};
+    std::atomic<std::size_t> canCount_{0};
+
+    // The six critical sections, in their declared order.
+    kelo::Lock frQueueLock_;     // 0
+    kelo::Lock canQueueLock_;    // 1
+    kelo::Lock sendLock_;        // 2
+    kelo::Lock nodeStateLock_;   // 3
+    kelo::Lock frTransmitLock_;  // 4
+    kelo::Lock canTransmitLock_; // 5
+};
