@@ -752,55 +752,59 @@ void KeLoCommLib::dispatch(const FrameMessage& m) {
     event(code).set();
 }
 
+// Each upload frame is queued under one lock. The receive event is set once per frame that
+// carried entries (setting an auto-reset event repeatedly without a wait in between is the same
+// as setting it once), including when every record was dropped at the cap.
 void KeLoCommLib::takeFlexRayUpload(const std::uint8_t* p, std::size_t n) {
     if (!uploadActive_.load() || n < 2) return;
     const unsigned entries = p[1];
     std::size_t at = 2;
-    for (unsigned i = 0; i < entries; ++i) {
-        if (at + kFrUploadEntryHead > n) break;
-        const std::uint8_t* e = p + at;
-        const std::size_t bytes = 2u * e[21];
-        if (at + kFrUploadEntryHead + bytes > n) break;  // truncated entry
-        at += kFrUploadEntryHead + bytes;
-        {
-            LockGuard g(frQueueLock_);
-            if (frQueue_.size() < kFrQueueCap) {
-                auto& r = frQueue_.emplaceBack();
-                std::memcpy(r.data(), e, 12);
-                r[12] = e[13];
-                std::memcpy(r.data() + 13, e + 14, 3);
-                r[16] = e[18];
-                r[17] = e[19];
-                r[18] = 0;
-                r[19] = e[20];
-                r[20] = e[21];
-                r[21] = 0;
-                std::memcpy(r.data() + 22, e + 22, 4);
-                // A record holds 254 payload bytes; a longer entry is cut, its length kept.
-                const std::size_t kept = std::min(bytes, kFrRecordMaxPayload);
-                std::memcpy(r.data() + kFrRecordPayloadOffset, e + kFrUploadEntryHead, kept);
-                std::memset(r.data() + kFrRecordPayloadOffset + kept, 0, kFrRecordMaxPayload - kept);
-                frCount_.store(frQueue_.size());
-            }
+    unsigned taken = 0;
+    {
+        LockGuard g(frQueueLock_);
+        for (; taken < entries; ++taken) {
+            if (at + kFrUploadEntryHead > n) break;
+            const std::uint8_t* e = p + at;
+            const std::size_t bytes = 2u * e[21];
+            if (at + kFrUploadEntryHead + bytes > n) break;  // truncated entry
+            at += kFrUploadEntryHead + bytes;
+            if (frQueue_.size() >= kFrQueueCap) continue;  // dropped, still signalled
+            auto& r = frQueue_.emplaceBack();
+            std::memcpy(r.data(), e, 12);
+            r[12] = e[13];
+            std::memcpy(r.data() + 13, e + 14, 3);
+            r[16] = e[18];
+            r[17] = e[19];
+            r[18] = 0;
+            r[19] = e[20];
+            r[20] = e[21];
+            r[21] = 0;
+            std::memcpy(r.data() + 22, e + 22, 4);
+            // A record holds 254 payload bytes; a longer entry is cut, its length kept.
+            const std::size_t kept = std::min(bytes, kFrRecordMaxPayload);
+            std::memcpy(r.data() + kFrRecordPayloadOffset, e + kFrUploadEntryHead, kept);
+            std::memset(r.data() + kFrRecordPayloadOffset + kept, 0, kFrRecordMaxPayload - kept);
         }
-        event(kUploadFlexRay).set();
+        frCount_.store(frQueue_.size());
     }
+    if (taken) event(kUploadFlexRay).set();
 }
 
 void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
     if (n < kMultiHeaderSize) return;
     const std::uint32_t entries = le32(p + 16);
     std::size_t at = kMultiHeaderSize;
-    for (std::uint32_t i = 0; i < entries; ++i) {
-        if (at + kCanUploadEntryHead > n) break;
-        const std::uint8_t* e = p + at;
-        const std::size_t length = e[32];
-        if (at + kCanUploadEntryHead + length > n) break;
-        at += (kCanUploadEntryHead + length + 3) & ~std::size_t{3};
-        const std::uint64_t stamp = le64(e + 8);
-        const std::uint32_t flags = le32(e + 24);
-        {
-            LockGuard g(canQueueLock_);
+    std::uint32_t taken = 0;
+    {
+        LockGuard g(canQueueLock_);
+        for (; taken < entries; ++taken) {
+            if (at + kCanUploadEntryHead > n) break;
+            const std::uint8_t* e = p + at;
+            const std::size_t length = e[32];
+            if (at + kCanUploadEntryHead + length > n) break;
+            at += (kCanUploadEntryHead + length + 3) & ~std::size_t{3};
+            const std::uint64_t stamp = le64(e + 8);
+            const std::uint32_t flags = le32(e + 24);
             auto& r = canQueue_.emplaceBack();
             r.fill(0);
             std::memcpy(r.data() + 4, e + 4, 4);
@@ -813,10 +817,10 @@ void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
             r[23] = static_cast<std::uint8_t>(length);
             std::memcpy(r.data() + kCanRecordDataOffset, e + kCanUploadEntryHead,
                         std::min(length, kCanMaxData));
-            canCount_.store(canQueue_.size());
         }
-        event(kUploadCan).set();
+        canCount_.store(canQueue_.size());
     }
+    if (taken) event(kUploadCan).set();
 }
 
 void KeLoCommLib::takeStatusUpload(const std::uint8_t* p, std::size_t n) {

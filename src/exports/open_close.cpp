@@ -1,0 +1,91 @@
+// Opening and closing devices: the only exports that change the device table.
+#include <QTextCodec>
+
+#include "KeLoComm.h"
+#include "device/KeLoCommLib.h"
+#include "exports/device_table.h"
+
+using namespace kelo;
+
+namespace {
+
+// Search, create and open under the table lock. `open` runs the device's open operation and,
+// on success, anything that must still happen under the lock. Returns the index or minus the
+// open's status.
+template <typename Open, typename AfterOpen>
+signed char openDevice(Open&& open, AfterOpen&& afterOpen) {
+    LockGuard g(DeviceTableLock);
+    signed char found = 0;
+    signed char counter = 1;
+    for (; counter < kDeviceSlots; ++counter) {
+        if (DeviceSlotTable[counter].inUse.load() == 0) {
+            found = counter;
+            break;
+        }
+    }
+    // The counter stops at 127, so this never fires; with every entry in use the open goes on
+    // with entry 0, which every other export rejects.
+    if (counter > kDeviceSlots) return -20;
+
+    CommunicationLib* lib = new KeLoCommLib();
+    storeDevice(found, lib);
+    const unsigned char status = open(lib);
+    if (status != 0) return static_cast<signed char>(-static_cast<int>(status));
+    DeviceSlotTable[found].inUse.store(1);
+    afterOpen(found);
+    return found;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELOCOMM_API signed char KFr_Open_Wrapper(const char* deviceAddress) {
+    return guarded<signed char>(-3, [&] {
+        return openDevice([&](CommunicationLib* lib) { return lib->Fr_Open(deviceAddress); },
+                          [](signed char) {});
+    });
+}
+
+KELOCOMM_API signed char KCAN_Open_Wrapper(const char* deviceAddress, unsigned char canParam) {
+    return guarded<signed char>(-3, [&] {
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+        return openDevice(
+            [&](CommunicationLib* lib) { return lib->CAN_Open(deviceAddress, canParam); },
+            [](signed char idx) {
+                // A fresh CAN channel starts stopped and with an empty receive buffer.
+                KCAN_Stop_Wrapper(idx);
+                sleepMs(100);
+                KCAN_ClearRcvBuffer_Wrapper(idx);
+            });
+    });
+}
+
+KELOCOMM_API unsigned char KFr_Close_Wrapper(signed char idx) {
+    return guarded<unsigned char>(3, [&]() -> unsigned char {
+        CommunicationLib* lib = deviceAt(idx);
+        if (!lib) return 6;
+        const unsigned char status = lib->Fr_Close();
+        delete lib;
+        DeviceSlotTable[idx].inUse.store(0);
+        // The entry no longer refers to a live device: later calls on it get 6 until the next
+        // open reuses it.
+        DeviceSlotTable[idx].lib.store(nullptr);
+        return status;
+    });
+}
+
+KELOCOMM_API unsigned char KCAN_Close_Wrapper(signed char idx) {
+    return guarded<unsigned char>(3, [&]() -> unsigned char {
+        CommunicationLib* lib = deviceAt(idx);
+        if (!lib) return 6;
+        const unsigned char status = lib->CAN_Close();
+        if (status != 0) return status;  // the device stays open under its index
+        delete lib;
+        DeviceSlotTable[idx].lib.store(nullptr);
+        DeviceSlotTable[idx].inUse.store(0);
+        return 0;
+    });
+}
+
+}  // extern "C"
