@@ -1,14 +1,20 @@
 #!/usr/bin/env bash
-# Builds the library and runs the example program against the built-in device emulator.
+# Builds the library and runs the example programs (C++ object interface, then the flat C
+# interface) against the built-in device emulator.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake --preset default >/dev/null
-cmake --build --preset default --target kelo-emulator kelo_demo_cpp
+cmake --build --preset default --target kelo-emulator kelo_demo_cpp kelo_demo_c
 build=build/default
 address=127.0.0.1
 
 "$build/emulator/kelo-emulator" --address "$address" &
 emulator=$!
 trap 'kill "$emulator" 2>/dev/null || true; wait "$emulator" 2>/dev/null || true' EXIT
+
+echo "== C++ example (CommunicationLib) =="
 "$build/examples/kelo_demo_cpp" "$address"
+echo
+echo "== C example (flat exports) =="
+"$build/examples/kelo_demo_c" "$address"
