@@ -107,9 +107,10 @@ bool FrameEngine::send(std::uint8_t command, const std::uint8_t* payload, std::u
     LockGuard g(sendLock_);
     sentSinceKeepAlive_.store(true, std::memory_order_relaxed);
     std::uint16_t sequence = txCounter_ & 0x7FFFu;
-    ++txCounter_;
     if (role_ != 0) sequence |= 0x8000u;
+    // A frame that cannot be started does not use up a sequence number.
     if (callback && !addPendingReply(sequence, callback, ticks, context0, context1)) return false;
+    ++txCounter_;
     buildAndSend(sequence, command, payload, length);
     return true;
 }
@@ -260,9 +261,10 @@ void FrameEngine::dispatch() {
         g.unlock();
         int r = e.callback(*this, msg);
         g.lock();
-        if (r == 2 && pending_[i].callback == e.callback) pending_[i].countdown = 0;
-        if (r == 3 && pending_[i].callback == e.callback)
-            removeEntry(pending_, pendingHighWater_, i);
+        // The entry may have timed out and been reused while the callback ran.
+        const bool same = pending_[i].callback == e.callback && pending_[i].sequence == e.sequence;
+        if (r == 2 && same) pending_[i].countdown = 0;
+        if (r == 3 && same) removeEntry(pending_, pendingHighWater_, i);
         if (r != 0) return;
     }
     msg.context[0] = msg.context[1] = 0;
