@@ -14,7 +14,7 @@ namespace {
 
 // Echo peer: answers every datagram with the same bytes from its own thread.
 class EchoPeer {
-public:
+  public:
     explicit EchoPeer(std::uint32_t address) {
         socket_.open();
         socket_.setReceiveTimeout(1000);
@@ -35,7 +35,7 @@ public:
         thread_.join();
     }
 
-private:
+  private:
     kelo::UdpSocket socket_;
     std::atomic<bool> running_{true};
     std::thread thread_;

@@ -16,8 +16,8 @@ struct OpenDevice {
     bool ok = false;
 
     explicit OpenDevice(const char* address) : emulator(address) {
-        ok = emulator.start() && device->Fr_Open(address) == 0 &&
-             device->Fr_StartFrRxUpload(0) == 0;
+        ok =
+            emulator.start() && device->Fr_Open(address) == 0 && device->Fr_StartFrRxUpload(0) == 0;
     }
     ~OpenDevice() { device->Fr_Close(); }
 };
@@ -42,7 +42,8 @@ void BM_UploadDrainFlood(benchmark::State& state) {
     for (auto _ : state) {
         link.emulator.startFlood(perRun, 1000000000ull, 8);
         std::uint64_t got = 0;
-        while (got < perRun && link.device->Fr_Receive(record, 200) == 0) ++got;
+        while (got < perRun && link.device->Fr_Receive(record, 200) == 0)
+            ++got;
         link.emulator.waitFlood(5000);
         received += got;
         // Whatever the host could not take (socket buffer overrun) shows up as a shortfall.
@@ -52,7 +53,11 @@ void BM_UploadDrainFlood(benchmark::State& state) {
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(received));
 }
-BENCHMARK(BM_UploadDrainFlood)->Arg(200000)->UseRealTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_UploadDrainFlood)
+    ->Arg(200000)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
 
 // Records per second taken out of a filled queue: the consumer side alone.
 void BM_FrReceiveFromFullQueue(benchmark::State& state) {

@@ -20,7 +20,8 @@ static int check(const char* what, unsigned status) {
 
 static void printHex(const unsigned char* bytes, unsigned count) {
     unsigned i;
-    for (i = 0; i < count; ++i) printf("%02X%s", bytes[i], i + 1 < count ? " " : "");
+    for (i = 0; i < count; ++i)
+        printf("%02X%s", bytes[i], i + 1 < count ? " " : "");
 }
 
 static void runFlexRay(const char* address) {
@@ -46,13 +47,15 @@ static void runFlexRay(const char* address) {
         return;
     }
     KeLo_get_software_version_Wrapper(fr, &libraryVersion, &deviceVersion);
-    printf("  device index %d, library version 0x%08X, device version 0x%08X\n", fr,
-           libraryVersion, deviceVersion);
+    printf("  device index %d, library version 0x%08X, device version 0x%08X\n", fr, libraryVersion,
+           deviceVersion);
 
-    if (check("KFr_Set_Cluster_Parameter_Wrapper", KFr_Set_Cluster_Parameter_Wrapper(fr, 0, cluster)) &&
+    if (check("KFr_Set_Cluster_Parameter_Wrapper",
+              KFr_Set_Cluster_Parameter_Wrapper(fr, 0, cluster)) &&
         check("KFr_Set_Node_Parameter_Wrapper", KFr_Set_Node_Parameter_Wrapper(fr, 0, node)) &&
         check("KFr_Set_CC_Parameter_Wrapper", KFr_Set_CC_Parameter_Wrapper(fr, 0, cc)) &&
-        check("KFr_SetFrPhyNodeKeySlot_Wrapper", KFr_SetFrPhyNodeKeySlot_Wrapper(fr, 0, &keySlots)) &&
+        check("KFr_SetFrPhyNodeKeySlot_Wrapper",
+              KFr_SetFrPhyNodeKeySlot_Wrapper(fr, 0, &keySlots)) &&
         check("KFr_Set_Slot_Parameter_Wrapper", KFr_Set_Slot_Parameter_Wrapper(fr, 0, slotA)) &&
         check("KFr_Set_Slot_Parameter_Wrapper", KFr_Set_Slot_Parameter_Wrapper(fr, 0, slotB)) &&
         check("KFr_Configure_Node_Wrapper", KFr_Configure_Node_Wrapper(fr, 0)) &&
@@ -78,7 +81,7 @@ static void runFlexRay(const char* address) {
 }
 
 static void runCan(const char* address) {
-    unsigned char config[52] = {0x20, 0xA1, 0x07, 0x00}; /* 500000 bit/s, filters open */
+    unsigned char config[52] = {0x20, 0xA1, 0x07, 0x00};         /* 500000 bit/s, filters open */
     unsigned char frame[12] = {0x21, 0x03, 0, 0, 0, 0, 0, 0, 8}; /* id 0x321, 8 bytes */
     unsigned char data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     unsigned int queued = 0;

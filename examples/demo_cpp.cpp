@@ -19,7 +19,8 @@ bool check(const char* what, unsigned char status) {
 }
 
 void printHex(const unsigned char* bytes, unsigned count) {
-    for (unsigned i = 0; i < count; ++i) std::printf("%02X%s", bytes[i], i + 1 < count ? " " : "");
+    for (unsigned i = 0; i < count; ++i)
+        std::printf("%02X%s", bytes[i], i + 1 < count ? " " : "");
 }
 
 struct Closer {
@@ -68,16 +69,16 @@ bool runFlexRay(const char* address) {
     for (auto& plan : plans) {
         unsigned char slot[14] = {controller, 255};
         std::memcpy(slot + 3, &plan.slotId, 2);
-        slot[6] = 4;                     // payload length: 4 words = 8 bytes
-        slot[8] = slot[9] = 1;           // channels A and B
+        slot[6] = 4;            // payload length: 4 words = 8 bytes
+        slot[8] = slot[9] = 1;  // channels A and B
         slot[10] = plan.base;
         slot[11] = plan.repetition;
-        slot[12] = 1;                    // transmit
+        slot[12] = 1;  // transmit
         ok = ok && check("Fr_Set_Slot_Parameter", fr->Fr_Set_Slot_Parameter(slot));
         plan.buffer = slot[1];
         if (ok)
-            std::printf("  slot %u (base %u, repetition %u) -> buffer %u\n", plan.slotId,
-                        plan.base, plan.repetition, plan.buffer);
+            std::printf("  slot %u (base %u, repetition %u) -> buffer %u\n", plan.slotId, plan.base,
+                        plan.repetition, plan.buffer);
     }
     ok = ok && check("Fr_Configure_Node", fr->Fr_Configure_Node(controller)) &&
          check("Fr_Start_Node", fr->Fr_Start_Node(controller));
@@ -123,8 +124,8 @@ bool runCan(const char* address) {
     unsigned char config[52] = {};
     const unsigned int bitrate = 500000;
     std::memcpy(config, &bitrate, 4);
-    bool ok = check("CAN_Configure", can->CAN_Configure(config)) &&
-              check("CAN_Start", can->CAN_Start(0));
+    bool ok =
+        check("CAN_Configure", can->CAN_Configure(config)) && check("CAN_Start", can->CAN_Start(0));
 
     for (unsigned i = 0; ok && i < 2; ++i) {
         // Frame header: identifier, frame type, three flags, data length.

@@ -14,7 +14,7 @@
 #include "kelocomm_export.h"
 
 class KELOCOMM_API CommunicationLib : public QObject {
-public:
+  public:
     CommunicationLib();
     ~CommunicationLib() override;
 
@@ -102,7 +102,7 @@ public:
     virtual unsigned char Fr_ReadRegister(unsigned char kind, unsigned char controller,
                                           unsigned int* word) = 0;
 
-private:
+  private:
     Q_DISABLE_COPY(CommunicationLib)
 };
 

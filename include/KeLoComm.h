@@ -16,26 +16,26 @@ extern "C" {
 
 /* Receive FIFO configuration as the caller passes it (34 bytes, natural alignment). */
 typedef struct KFrFifoRecord {
-    unsigned short rejectFrameId;    /* offset 0 */
-    unsigned short rejectMask;       /* offset 2 */
-    unsigned short depth;            /* offset 4 */
-    unsigned short criteria;         /* offset 6 */
-    unsigned char group0Enable;      /* 8 */
-    unsigned short group0FrameId;    /* 10 */
-    unsigned short group0Mask;       /* 12 */
-    unsigned char group0Channel;     /* 14 */
-    unsigned char group1Enable;      /* 15 */
-    unsigned short group1FrameId;    /* 16 */
-    unsigned short group1Mask;       /* 18 */
-    unsigned char group1Channel;     /* 20 */
-    unsigned char group2Enable;      /* 21 */
-    unsigned short group2FrameId;    /* 22 */
-    unsigned short group2Mask;       /* 24 */
-    unsigned char group2Channel;     /* 26 */
-    unsigned char group3Enable;      /* 27 */
-    unsigned short group3FrameId;    /* 28 */
-    unsigned short group3Mask;       /* 30 */
-    unsigned char group3Channel;     /* 32 */
+    unsigned short rejectFrameId; /* offset 0 */
+    unsigned short rejectMask;    /* offset 2 */
+    unsigned short depth;         /* offset 4 */
+    unsigned short criteria;      /* offset 6 */
+    unsigned char group0Enable;   /* 8 */
+    unsigned short group0FrameId; /* 10 */
+    unsigned short group0Mask;    /* 12 */
+    unsigned char group0Channel;  /* 14 */
+    unsigned char group1Enable;   /* 15 */
+    unsigned short group1FrameId; /* 16 */
+    unsigned short group1Mask;    /* 18 */
+    unsigned char group1Channel;  /* 20 */
+    unsigned char group2Enable;   /* 21 */
+    unsigned short group2FrameId; /* 22 */
+    unsigned short group2Mask;    /* 24 */
+    unsigned char group2Channel;  /* 26 */
+    unsigned char group3Enable;   /* 27 */
+    unsigned short group3FrameId; /* 28 */
+    unsigned short group3Mask;    /* 30 */
+    unsigned char group3Channel;  /* 32 */
 } KFrFifoRecord;
 
 /* Key-slot configuration: two entries (startup/sync frames), 8 bytes. */
@@ -90,9 +90,11 @@ KELOCOMM_API unsigned char KFr_Transmit_Wrapper(signed char idx, unsigned char n
 KELOCOMM_API unsigned char KFr_ReplaySend_Wrapper(signed char idx, unsigned char node,
                                                   unsigned char channel, unsigned char* data,
                                                   unsigned short length);
-KELOCOMM_API unsigned char KFr_FillData_beforeTransmit_MultiFrame_Wrapper(
-    signed char idx, unsigned char entry, unsigned char buffer, unsigned char* data,
-    unsigned char length);
+KELOCOMM_API unsigned char KFr_FillData_beforeTransmit_MultiFrame_Wrapper(signed char idx,
+                                                                          unsigned char entry,
+                                                                          unsigned char buffer,
+                                                                          unsigned char* data,
+                                                                          unsigned char length);
 KELOCOMM_API unsigned char KFr_Set_WorkMode_Wrapper(signed char idx, unsigned char node,
                                                     unsigned char mode, unsigned char flag);
 KELOCOMM_API unsigned char KFr_WriteValue_Wrapper(signed char idx, unsigned char node,

@@ -21,7 +21,8 @@ inline void putLe16(std::uint8_t* p, std::uint16_t v) {
     p[1] = static_cast<std::uint8_t>(v >> 8);
 }
 inline void putLe32(std::uint8_t* p, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
 }
 inline std::uint16_t le16(const std::uint8_t* p) {
     return static_cast<std::uint16_t>(p[0] | (p[1] << 8));
@@ -38,11 +39,13 @@ inline std::uint64_t le64(const std::uint8_t* p) {
 // a shorter reply is ignored as malformed. 0 = not a reply the dispatcher knows.
 constexpr std::array<std::uint8_t, 256> makeMinimumLengths() {
     std::array<std::uint8_t, 256> m{};
-    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120}) m[c] = 2;
+    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120})
+        m[c] = 2;
     m[102] = 6;
     m[105] = m[111] = 3;
     m[121] = 15;
-    for (int c : {130, 132, 137, 139, 142, 143, 149, 153, 193, 194, 195, 197, 210, 211}) m[c] = 1;
+    for (int c : {130, 132, 137, 139, 142, 143, 149, 153, 193, 194, 195, 197, 210, 211})
+        m[c] = 1;
     m[145] = 8;
     m[150] = 7;
     m[116] = 13;
@@ -55,7 +58,8 @@ constexpr std::array<std::uint8_t, 256> kMinimumLength = makeMinimumLengths();
 // Position of the status byte inside each plain reply.
 constexpr std::array<std::uint8_t, 256> makeStatusPositions() {
     std::array<std::uint8_t, 256> m{};
-    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120}) m[c] = 1;
+    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120})
+        m[c] = 1;
     m[102] = 5;
     m[105] = m[111] = 2;
     m[121] = 14;
@@ -74,7 +78,8 @@ CommunicationLib::CommunicationLib() = default;
 CommunicationLib::~CommunicationLib() = default;
 
 KeLoCommLib::KeLoCommLib() {
-    for (auto& s : status_) s.store(0);
+    for (auto& s : status_)
+        s.store(0);
 }
 
 KeLoCommLib::~KeLoCommLib() {
@@ -83,7 +88,9 @@ KeLoCommLib::~KeLoCommLib() {
     stopLink();
 }
 
-CommunicationLib* GetKeLoComm() { return new KeLoCommLib(); }
+CommunicationLib* GetKeLoComm() {
+    return new KeLoCommLib();
+}
 
 // ---- command primitives ----------------------------------------------------------------------
 
@@ -302,9 +309,15 @@ unsigned char KeLoCommLib::Fr_Set_Fifo_Parameter(unsigned char* fifo) {
 unsigned char KeLoCommLib::Fr_Configure_Node(unsigned char c) {
     return commandByte(kCmdConfigureNode, c);
 }
-unsigned char KeLoCommLib::Fr_SendWakeUp(unsigned char c) { return commandByte(kCmdSendWakeUp, c); }
-unsigned char KeLoCommLib::Fr_Start_Node(unsigned char c) { return commandByte(kCmdStartNode, c); }
-unsigned char KeLoCommLib::Fr_Stop(unsigned char c) { return command(kCmdStopNode, &c, 1, 3000); }
+unsigned char KeLoCommLib::Fr_SendWakeUp(unsigned char c) {
+    return commandByte(kCmdSendWakeUp, c);
+}
+unsigned char KeLoCommLib::Fr_Start_Node(unsigned char c) {
+    return commandByte(kCmdStartNode, c);
+}
+unsigned char KeLoCommLib::Fr_Stop(unsigned char c) {
+    return command(kCmdStopNode, &c, 1, 3000);
+}
 
 unsigned char KeLoCommLib::Fr_StartFrRxUpload(unsigned char c) {
     uploadActive_.store(1);
@@ -377,7 +390,8 @@ unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeou
     }
     // Channel flags from the status word: bit 1 = its bit 15, bit 0 = its bit 7.
     std::uint16_t statusWord = le16(record + 24);
-    record[18] = static_cast<unsigned char>(((statusWord >> 15) & 1u) << 1 | ((statusWord >> 7) & 1u));
+    record[18] =
+        static_cast<unsigned char>(((statusWord >> 15) & 1u) << 1 | ((statusWord >> 7) & 1u));
     return 0;
 }
 
@@ -547,8 +561,8 @@ unsigned char KeLoCommLib::Fr_ReadRegister(unsigned char kind, unsigned char con
     return result;
 }
 
-unsigned char KeLoCommLib::Fr_Set_WorkMode(unsigned char kind, unsigned char controller,
-                                           char mode, unsigned char flag) {
+unsigned char KeLoCommLib::Fr_Set_WorkMode(unsigned char kind, unsigned char controller, char mode,
+                                           unsigned char flag) {
     unsigned int word = mode == 1 ? 2u : 0u;
     if (flag == 1) word |= 0x20000000u;
     return Fr_WriteRegister(kind, controller, word);

@@ -23,7 +23,7 @@ class threadKeepAliveproc;
 extern std::atomic<std::uint8_t> g_keloConnectionMade;
 
 class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
-public:
+  public:
     KeLoCommLib();
     ~KeLoCommLib() override;
 
@@ -106,7 +106,7 @@ public:
     // The device port is a constant of the object; tests may point it elsewhere before opening.
     void setDevicePort(std::uint16_t port) { port_ = port; }
 
-private:
+  private:
     friend class threadUDPproc;
     friend class threadTFtickproc;
     friend class threadKeepAliveproc;
@@ -185,10 +185,10 @@ private:
     std::atomic<std::size_t> canCount_{0};
 
     // The six critical sections, in their declared order.
-    kelo::Lock frQueueLock_;     // 0
-    kelo::Lock canQueueLock_;    // 1
-    kelo::Lock sendLock_;        // 2
-    kelo::Lock nodeStateLock_;   // 3
-    kelo::Lock frTransmitLock_;  // 4
-    kelo::Lock canTransmitLock_; // 5
+    kelo::Lock frQueueLock_;      // 0
+    kelo::Lock canQueueLock_;     // 1
+    kelo::Lock sendLock_;         // 2
+    kelo::Lock nodeStateLock_;    // 3
+    kelo::Lock frTransmitLock_;   // 4
+    kelo::Lock canTransmitLock_;  // 5
 };

@@ -13,7 +13,8 @@ constexpr std::array<std::uint16_t, 256> makeCrc16ArcTable() {
     std::array<std::uint16_t, 256> table{};
     for (unsigned i = 0; i < 256; ++i) {
         unsigned crc = i;
-        for (int bit = 0; bit < 8; ++bit) crc = (crc & 1u) ? (crc >> 1) ^ 0xA001u : crc >> 1;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1u) ? (crc >> 1) ^ 0xA001u : crc >> 1;
         table[i] = static_cast<std::uint16_t>(crc);
     }
     return table;
@@ -27,7 +28,8 @@ inline std::uint16_t crc16ArcByte(std::uint16_t crc, std::uint8_t byte) {
 }
 
 inline std::uint16_t crc16Arc(std::uint16_t crc, const std::uint8_t* data, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) crc = crc16ArcByte(crc, data[i]);
+    for (std::size_t i = 0; i < length; ++i)
+        crc = crc16ArcByte(crc, data[i]);
     return crc;
 }
 

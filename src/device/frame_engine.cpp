@@ -12,7 +12,9 @@ FrameEngine::FrameEngine(std::uint32_t role, void* owner, DatagramSink* sink, Lo
 // ---- tables --------------------------------------------------------------------------------
 
 namespace {
-inline bool isFree(const FrameHandler& h) { return h == nullptr; }
+inline bool isFree(const FrameHandler& h) {
+    return h == nullptr;
+}
 template <typename Entry>
 inline bool isFree(const Entry& e) {
     return e.callback == nullptr;
@@ -21,7 +23,9 @@ template <typename Entry>
 inline void release(Entry& e) {
     e.callback = nullptr;
 }
-inline void release(FrameHandler& h) { h = nullptr; }
+inline void release(FrameHandler& h) {
+    h = nullptr;
+}
 }  // namespace
 
 // First free entry; the high-water count grows to include it. -1 when the table is full.

@@ -31,13 +31,13 @@ using FrameHandler = int (*)(FrameEngine& engine, const FrameMessage& message);
 
 // Where finished datagrams go (a UDP socket on the host and in the emulator, a vector in tests).
 class DatagramSink {
-public:
+  public:
     virtual ~DatagramSink() = default;
     virtual void sendDatagram(const std::uint8_t* data, std::size_t length) = 0;
 };
 
 class FrameEngine {
-public:
+  public:
     static constexpr std::size_t kDatagramSize = 1400;
     static constexpr std::size_t kMaxPayload = 2048;
     static constexpr std::uint16_t kIdleTickLimit = 10;
@@ -98,7 +98,7 @@ public:
     int commandHighWater() const;
     int generalHighWater() const;
 
-private:
+  private:
     struct PendingEntry {
         std::uint16_t sequence;
         FrameHandler callback;

@@ -12,7 +12,7 @@ namespace kelo {
 
 template <std::size_t RecordSize>
 class RecordQueue {
-public:
+  public:
     using Record = std::array<std::uint8_t, RecordSize>;
 
     std::size_t size() const { return count_; }
@@ -46,7 +46,7 @@ public:
         count_ = 0;
     }
 
-private:
+  private:
     void regrow(std::size_t newCapacity) {
         std::vector<Record> next(newCapacity);
         for (std::size_t i = 0; i < count_; ++i) {

@@ -24,7 +24,8 @@ void threadKeepAliveproc::run() {
         if (wakeUp.wait(15000) || !running.load()) return;
         kelo::FrameEngine* engine = owner_->engine_.get();
         if (!engine) return;
-        if (!engine->sentSinceKeepAlive()) engine->send(kelo::kCmdKeepAlive, nullptr, 0, nullptr, 0);
+        if (!engine->sentSinceKeepAlive())
+            engine->send(kelo::kCmdKeepAlive, nullptr, 0, nullptr, 0);
         engine->clearSentSinceKeepAlive();
     }
 }

@@ -12,41 +12,41 @@ class KeLoCommLib;
 
 // Reads datagrams from the device socket and feeds them to the frame parser.
 class threadUDPproc : public QThread {
-public:
+  public:
     explicit threadUDPproc(KeLoCommLib* owner) : owner_(owner) {}
     std::atomic<std::uint8_t> running{0};
 
-protected:
+  protected:
     void run() override;
 
-private:
+  private:
     KeLoCommLib* owner_;
 };
 
 // The 50 ms heartbeat of the protocol engine.
 class threadTFtickproc : public QThread {
-public:
+  public:
     explicit threadTFtickproc(KeLoCommLib* owner) : owner_(owner) {}
     std::atomic<std::uint8_t> running{0};
     kelo::AutoResetEvent wakeUp;
 
-protected:
+  protected:
     void run() override;
 
-private:
+  private:
     KeLoCommLib* owner_;
 };
 
 // Sends the keep-alive command when nothing else was sent for 15 s.
 class threadKeepAliveproc : public QThread {
-public:
+  public:
     explicit threadKeepAliveproc(KeLoCommLib* owner) : owner_(owner) {}
     std::atomic<std::uint8_t> running{0};
     kelo::AutoResetEvent wakeUp;
 
-protected:
+  protected:
     void run() override;
 
-private:
+  private:
     KeLoCommLib* owner_;
 };

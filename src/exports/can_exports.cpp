@@ -10,7 +10,8 @@ using namespace kelo;
 
 namespace {
 // The data lengths a CAN (FD) frame can have, sorted for the binary search.
-constexpr std::uint32_t kCanDataLengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+constexpr std::uint32_t kCanDataLengths[16] = {0, 1,  2,  3,  4,  5,  6,  7,
+                                               8, 12, 16, 20, 24, 32, 48, 64};
 }  // namespace
 
 extern "C" {
@@ -54,8 +55,7 @@ KELOCOMM_API unsigned char KCAN_Transmit_Wrapper(signed char idx, unsigned char*
 // doubling follows the FlexRay export, where the length counts words. The local record is large
 // enough for any length byte, so the copy never reads past it; bytes past the data are zero.
 KELOCOMM_API unsigned char KCAN_Receive_Wrapper(signed char idx, unsigned char* headerOut,
-                                                unsigned char* payloadOut,
-                                                unsigned int timeoutMs) {
+                                                unsigned char* payloadOut, unsigned int timeoutMs) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         unsigned char record[24 + 2 * 255] = {};
         const unsigned char status = lib.CAN_Receive(record, timeoutMs);

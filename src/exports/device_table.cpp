@@ -34,7 +34,8 @@ void initialiseDeviceTable() {
 
 void storeDevice(int idx, CommunicationLib* lib) {
     CommunicationLib* previous = DeviceSlotTable[idx].lib.exchange(lib, std::memory_order_acq_rel);
-    if (previous && previous != lib) orphans().push_back(Orphan{previous});  // under DeviceTableLock
+    if (previous && previous != lib)
+        orphans().push_back(Orphan{previous});  // under DeviceTableLock
 }
 
 }  // namespace kelo

@@ -11,7 +11,7 @@
 namespace kelo {
 
 struct DeviceSlot {
-    std::atomic<std::uint8_t> inUse{0};       // 1 after a successful open; read by the opens only
+    std::atomic<std::uint8_t> inUse{0};  // 1 after a successful open; read by the opens only
     std::atomic<CommunicationLib*> lib{nullptr};  // decides whether an index is valid
 };
 

@@ -170,8 +170,7 @@ KELOCOMM_API int KFr_framesAvailable_Wrapper(signed char idx) {
 // The local record is large enough for the largest count (255 words), so the copy never reads
 // past it; bytes beyond the 254 a record holds are zero.
 KELOCOMM_API unsigned char KFr_Receive_Wrapper(signed char idx, unsigned char* headerOut,
-                                               unsigned char* payloadOut,
-                                               unsigned int timeoutMs) {
+                                               unsigned char* payloadOut, unsigned int timeoutMs) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         unsigned char record[26 + 2 * 255] = {};
         const unsigned char status = lib.Fr_Receive(record, timeoutMs);
@@ -185,8 +184,8 @@ KELOCOMM_API unsigned char KFr_Receive_Wrapper(signed char idx, unsigned char* h
 KELOCOMM_API unsigned char KFr_Transmit_Wrapper(signed char idx, unsigned char node,
                                                 unsigned char buffer, unsigned char* data,
                                                 unsigned char words) {
-    return forward(idx,
-                   [&](CommunicationLib& lib) { return lib.Fr_Transmit(node, buffer, data, words); });
+    return forward(
+        idx, [&](CommunicationLib& lib) { return lib.Fr_Transmit(node, buffer, data, words); });
 }
 
 KELOCOMM_API unsigned char KFr_ReplaySend_Wrapper(signed char idx, unsigned char node,
@@ -197,9 +196,11 @@ KELOCOMM_API unsigned char KFr_ReplaySend_Wrapper(signed char idx, unsigned char
     });
 }
 
-KELOCOMM_API unsigned char KFr_FillData_beforeTransmit_MultiFrame_Wrapper(
-    signed char idx, unsigned char entry, unsigned char buffer, unsigned char* data,
-    unsigned char length) {
+KELOCOMM_API unsigned char KFr_FillData_beforeTransmit_MultiFrame_Wrapper(signed char idx,
+                                                                          unsigned char entry,
+                                                                          unsigned char buffer,
+                                                                          unsigned char* data,
+                                                                          unsigned char length) {
     return forward(idx, [&](CommunicationLib& lib) {
         return lib.Fr_FillData_beforeTransmit_MultiFrame(entry, buffer, data, length);
     });
@@ -227,8 +228,8 @@ KELOCOMM_API unsigned char KFr_ReadValue_Wrapper(signed char idx, unsigned char 
 
 KELOCOMM_API unsigned char KFr_SetNodeRxTimeout_Wrapper(signed char idx, unsigned char node,
                                                         unsigned int timeout) {
-    return forward(idx,
-                   [&](CommunicationLib& lib) { return lib.Fr_SetNodeRxTimeout(1, node, timeout); });
+    return forward(
+        idx, [&](CommunicationLib& lib) { return lib.Fr_SetNodeRxTimeout(1, node, timeout); });
 }
 
 }  // extern "C"

@@ -16,7 +16,7 @@ using LockGuard = std::lock_guard<std::mutex>;
 // Auto-reset event: set() releases exactly one wait (or the next one if nobody waits);
 // a successful wait resets it.
 class AutoResetEvent {
-public:
+  public:
     AutoResetEvent();
     ~AutoResetEvent();
     AutoResetEvent(const AutoResetEvent&) = delete;
@@ -27,7 +27,7 @@ public:
     // true when signalled, false when timeoutMs elapsed first.
     bool wait(unsigned int timeoutMs);
 
-private:
+  private:
 #ifdef _WIN32
     void* handle_;
 #else
@@ -46,7 +46,7 @@ void sleepMs(unsigned int ms);
 
 // An IPv4 UDP socket. Addresses are host-order 32-bit values; ports host order.
 class UdpSocket {
-public:
+  public:
     UdpSocket();
     ~UdpSocket();
     UdpSocket(const UdpSocket&) = delete;
@@ -72,7 +72,7 @@ public:
     // Wakes a thread blocked in receive() at once; later receives return at once too.
     void interrupt();
 
-private:
+  private:
 #ifdef _WIN32
     std::uintptr_t sock_;
 #else

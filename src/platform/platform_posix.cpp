@@ -38,7 +38,9 @@ bool AutoResetEvent::wait(unsigned int timeoutMs) {
     return true;
 }
 
-bool netStartup() { return true; }
+bool netStartup() {
+    return true;
+}
 
 std::uint64_t monotonicMs() {
     timespec ts{};
@@ -54,7 +56,9 @@ void sleepMs(unsigned int ms) {
 }
 
 UdpSocket::UdpSocket() = default;
-UdpSocket::~UdpSocket() { close(); }
+UdpSocket::~UdpSocket() {
+    close();
+}
 
 bool UdpSocket::open() {
     close();
@@ -75,7 +79,9 @@ bool UdpSocket::open() {
     return true;
 }
 
-bool UdpSocket::isOpen() const { return fd_ >= 0; }
+bool UdpSocket::isOpen() const {
+    return fd_ >= 0;
+}
 
 void UdpSocket::close() {
     for (int* fd : {&fd_, &wakeRead_, &wakeWrite_}) {
@@ -128,8 +134,8 @@ int UdpSocket::sendTo(std::uint32_t address, std::uint16_t port, const void* dat
     sa.sin_family = AF_INET;
     sa.sin_port = htons(port);
     sa.sin_addr.s_addr = htonl(address);
-    return static_cast<int>(::sendto(fd_, data, length, MSG_NOSIGNAL,
-                                     reinterpret_cast<sockaddr*>(&sa), sizeof sa));
+    return static_cast<int>(
+        ::sendto(fd_, data, length, MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&sa), sizeof sa));
 }
 
 int UdpSocket::receive(void* buffer, std::size_t capacity, std::uint32_t* fromAddress,
@@ -144,8 +150,8 @@ int UdpSocket::receive(void* buffer, std::size_t capacity, std::uint32_t* fromAd
     if (n == 0 || (fds[1].revents & POLLIN)) return 0;
     sockaddr_in sa{};
     socklen_t len = sizeof sa;
-    ssize_t got = ::recvfrom(fd_, buffer, capacity, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sa),
-                             &len);
+    ssize_t got =
+        ::recvfrom(fd_, buffer, capacity, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sa), &len);
     if (got < 0) return (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) ? 0 : -1;
     if (fromAddress) *fromAddress = ntohl(sa.sin_addr.s_addr);
     if (fromPort) *fromPort = ntohs(sa.sin_port);

@@ -1,15 +1,21 @@
 #ifdef _WIN32
 #include "platform/platform.h"
 
-#include <winsock2.h>
 #include <windows.h>
+#include <winsock2.h>
 
 namespace kelo {
 
 AutoResetEvent::AutoResetEvent() : handle_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
-AutoResetEvent::~AutoResetEvent() { CloseHandle(static_cast<HANDLE>(handle_)); }
-void AutoResetEvent::set() { SetEvent(static_cast<HANDLE>(handle_)); }
-void AutoResetEvent::reset() { ResetEvent(static_cast<HANDLE>(handle_)); }
+AutoResetEvent::~AutoResetEvent() {
+    CloseHandle(static_cast<HANDLE>(handle_));
+}
+void AutoResetEvent::set() {
+    SetEvent(static_cast<HANDLE>(handle_));
+}
+void AutoResetEvent::reset() {
+    ResetEvent(static_cast<HANDLE>(handle_));
+}
 bool AutoResetEvent::wait(unsigned int timeoutMs) {
     return WaitForSingleObject(static_cast<HANDLE>(handle_), timeoutMs) == WAIT_OBJECT_0;
 }
@@ -19,11 +25,17 @@ bool netStartup() {
     return WSAStartup(MAKEWORD(2, 2), &data) == 0;
 }
 
-std::uint64_t monotonicMs() { return GetTickCount64(); }
-void sleepMs(unsigned int ms) { Sleep(ms); }
+std::uint64_t monotonicMs() {
+    return GetTickCount64();
+}
+void sleepMs(unsigned int ms) {
+    Sleep(ms);
+}
 
 UdpSocket::UdpSocket() : sock_(INVALID_SOCKET) {}
-UdpSocket::~UdpSocket() { close(); }
+UdpSocket::~UdpSocket() {
+    close();
+}
 
 bool UdpSocket::open() {
     close();
@@ -31,7 +43,9 @@ bool UdpSocket::open() {
     return sock_ != INVALID_SOCKET;
 }
 
-bool UdpSocket::isOpen() const { return sock_ != INVALID_SOCKET; }
+bool UdpSocket::isOpen() const {
+    return sock_ != INVALID_SOCKET;
+}
 
 void UdpSocket::close() {
     if (sock_ != INVALID_SOCKET) closesocket(static_cast<SOCKET>(sock_));
