@@ -217,6 +217,7 @@ void KeLoCommLib::stopLink() {
             thread->quit();
             thread->wait();
         }
+        (void)thread->finished.observed();
         delete thread;
         thread = nullptr;
     };

@@ -2,7 +2,15 @@
 
 #include "device/KeLoCommLib.h"
 
+namespace {
+struct MarkFinished {
+    FinishedFlag& flag;
+    ~MarkFinished() { flag.mark(); }
+};
+}  // namespace
+
 void threadUDPproc::run() {
+    MarkFinished marker{finished};
     std::uint8_t buffer[1500];
     while (running.load()) {
         // Returns at least once a second (receive time-out) and at once when interrupted.
@@ -12,6 +20,7 @@ void threadUDPproc::run() {
 }
 
 void threadTFtickproc::run() {
+    MarkFinished marker{finished};
     for (;;) {
         if (wakeUp.wait(50) || !running.load()) return;
         wakeUp.reset();
@@ -20,6 +29,7 @@ void threadTFtickproc::run() {
 }
 
 void threadKeepAliveproc::run() {
+    MarkFinished marker{finished};
     for (;;) {
         if (wakeUp.wait(15000) || !running.load()) return;
         kelo::FrameEngine* engine = owner_->engine_.get();

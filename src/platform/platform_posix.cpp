@@ -110,9 +110,9 @@ bool UdpSocket::setBlocking(bool blocking) {
     return ::fcntl(fd_, F_SETFL, flags) == 0;
 }
 
+// No SO_REUSEADDR: on Linux it lets two UDP sockets share one address and port, so a second
+// binder would succeed and silently split the traffic instead of failing.
 bool UdpSocket::bind(std::uint32_t address, std::uint16_t port) {
-    int one = 1;
-    ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in sa{};
     sa.sin_family = AF_INET;
     sa.sin_port = htons(port);
