@@ -589,7 +589,8 @@ struct DeviceEmulator::Impl : DatagramSink {
             case kCmdSetClusterParameter:
                 // A new cluster configuration resets the controller's message buffers.
                 if (apply)
-                    for (SlotBuffer& b : buffers) b = SlotBuffer{};
+                    for (SlotBuffer& b : buffers)
+                        b = SlotBuffer{};
                 break;
             case kCmdWriteRegister:
                 if (apply) registers[static_cast<std::uint16_t>(r[0] << 8 | r[1])] = r.le32(2);

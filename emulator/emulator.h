@@ -28,19 +28,19 @@ struct FlexRayEntry {
     std::uint32_t words[3] = {0, 0, 0};  // entry bytes 0-11 (time stamps, passed through)
     std::uint8_t byte13 = 0;             // entry bytes 13-16
     std::uint8_t bytes14to16[3] = {0, 0, 0};
-    std::uint16_t slot = 0;              // entry bytes 18-19
-    std::uint8_t cycle = 0;              // entry byte 20
-    std::uint16_t bytes22to23 = 0;       // entry bytes 22-23
-    std::uint16_t statusWord = 0;        // entry bytes 24-25 (bit 7 channel A, bit 15 channel B)
-    std::vector<std::uint8_t> payload;   // even length; entry byte 21 = payload.size() / 2
+    std::uint16_t slot = 0;             // entry bytes 18-19
+    std::uint8_t cycle = 0;             // entry byte 20
+    std::uint16_t bytes22to23 = 0;      // entry bytes 22-23
+    std::uint16_t statusWord = 0;       // entry bytes 24-25 (bit 7 channel A, bit 15 channel B)
+    std::vector<std::uint8_t> payload;  // even length; entry byte 21 = payload.size() / 2
 };
 
 // One CAN upload entry (code 146) before it is packed.
 struct CanEntry {
-    std::uint32_t word4 = 0;       // entry bytes 4-7, passed through
-    std::uint64_t timestampUs = 0; // entry bytes 8-15
-    std::uint32_t flags = 0;       // entry bytes 24-27 (frame type bits 30-31, bits 23, 21, 20)
-    std::uint32_t identifier = 0;  // entry bytes 28-31
+    std::uint32_t word4 = 0;         // entry bytes 4-7, passed through
+    std::uint64_t timestampUs = 0;   // entry bytes 8-15
+    std::uint32_t flags = 0;         // entry bytes 24-27 (frame type bits 30-31, bits 23, 21, 20)
+    std::uint32_t identifier = 0;    // entry bytes 28-31
     std::vector<std::uint8_t> data;  // entry byte 32 = data.size()
 };
 
@@ -58,7 +58,7 @@ struct SlotBuffer {
 };
 
 class DeviceEmulator {
-public:
+  public:
     static constexpr std::uint16_t kPort = 5055;
 
     explicit DeviceEmulator(std::string address = "127.0.0.1", std::uint16_t port = kPort);
@@ -79,7 +79,7 @@ public:
     // Node state reply (116): POC state in bits 8-10 of the word at bytes 2-3, sub-state at 10.
     void setNodeState(std::uint8_t pocState, std::uint8_t subState);
     void setPsrWords(const std::array<std::uint16_t, 4>& words);  // reply bytes 2-9
-    void setNmVector(const std::vector<std::uint8_t>& vector);   // reply 121, at most 12 bytes
+    void setNmVector(const std::vector<std::uint8_t>& vector);    // reply 121, at most 12 bytes
     std::uint32_t registerWord(std::uint8_t kind, std::uint8_t controller) const;
     void setRegisterWord(std::uint8_t kind, std::uint8_t controller, std::uint32_t word);
     bool nodeStarted() const;
@@ -123,7 +123,7 @@ public:
     bool waitFlood(unsigned timeoutMs);
     std::uint64_t floodSent() const;
 
-private:
+  private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };
