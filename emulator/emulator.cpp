@@ -146,7 +146,9 @@ void appendFlexRayEntry(Bytes& out, const FlexRayEntry& e) {
     p[21] = static_cast<std::uint8_t>(words);
     putLe16(p + 22, e.bytes22to23);
     putLe16(p + 24, e.statusWord);
-    std::memcpy(p + kFrUploadEntryHead, e.payload.data(), std::min(e.payload.size(), 2 * words));
+    if (!e.payload.empty())
+        std::memcpy(p + kFrUploadEntryHead, e.payload.data(),
+                    std::min(e.payload.size(), 2 * words));
 }
 
 std::size_t flexRayEntrySize(const FlexRayEntry& e) {
@@ -169,7 +171,7 @@ void appendCanEntry(Bytes& out, const CanEntry& e, std::uint8_t channel) {
     putLe32(p + 24, e.flags);
     putLe32(p + 28, e.identifier);
     p[32] = static_cast<std::uint8_t>(length);
-    std::memcpy(p + kCanUploadEntryHead, e.data.data(), length);
+    if (length != 0) std::memcpy(p + kCanUploadEntryHead, e.data.data(), length);
 }
 
 Bytes multiHeader(std::uint32_t count) {

@@ -1,0 +1,134 @@
+// Several caller threads on one device object: different commands at once, the same node-state
+// query or transmission from several threads (each kind serialised by its own lock, so nobody
+// takes another caller's reply), and a consumer draining the FlexRay queue while it fills.
+#include <array>
+#include <thread>
+
+#include "device_fixture.h"
+
+namespace kelo_test {
+namespace {
+
+constexpr int kRounds = 50;
+
+// Runs body(thread, round) on `threads` threads for kRounds rounds; returns the number of calls
+// whose result was not 0 (results are collected, not asserted, off the main thread).
+int runConcurrently(int threads, const std::function<int(int, int)>& body) {
+    std::atomic<int> failures{0};
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t)
+        pool.emplace_back([&, t] {
+            for (int round = 0; round < kRounds; ++round)
+                if (body(t, round) != 0) ++failures;
+        });
+    for (auto& th : pool)
+        th.join();
+    return failures.load();
+}
+
+TEST(DeviceConcurrency, DifferentCommandsFromManyThreads) {
+    Link link(host::kConcurrentCommands);
+    ASSERT_TRUE(link.open());
+    link.emu.setRegisterWord(1, 1, 0x5EED5EEDu);
+    link.emu.setNmVector({1, 2, 3});
+    const int failures = runConcurrently(6, [&](int t, int) -> int {
+        switch (t) {
+            case 0:
+                return link.dev->Fr_Configure_Node(1);
+            case 1:
+                return link.dev->SetDeviceOption(7);
+            case 2: {
+                unsigned int word = 0;
+                const int r = link.dev->Fr_ReadRegister(1, 1, &word);
+                return r != 0 ? r : word == 0x5EED5EEDu ? 0 : 100;
+            }
+            case 3:
+                return link.dev->CAN_Start(1);
+            case 4:
+                return link.dev->Fr_SetNodeRxTimeout(1, 1, 100);
+            default: {
+                unsigned char vector[12], length = 0;
+                const int r = link.dev->Fr_GetFrNWVector(1, vector, &length);
+                return r != 0 ? r : length == 3 && vector[2] == 3 ? 0 : 100;
+            }
+        }
+    });
+    EXPECT_EQ(failures, 0);
+    for (std::uint8_t code :
+         {kelo::kCmdConfigureNode, kelo::kCmdSetDeviceOption, kelo::kCmdReadRegister,
+          kelo::kCmdCanStart, kelo::kCmdSetNodeRxTimeout, kelo::kCmdGetNmVector})
+        EXPECT_EQ(link.emu.count(code), std::size_t(kRounds)) << int(code);
+}
+
+// Node-state queries (and the PSR query built on them) from several threads at once.
+TEST(DeviceConcurrency, NodeStateQueriesFromManyThreads) {
+    Link link(host::kConcurrentNodeState);
+    ASSERT_TRUE(link.open());
+    link.emu.setPsrWords({0x0000, 0xBBBB, 0xCCCC, 0xDDDD});
+    link.emu.setNodeState(5, 0x21);
+    const int failures = runConcurrently(4, [&](int t, int) -> int {
+        if (t % 2 == 0) {
+            unsigned char state = 0, sub = 0;
+            const int r = link.dev->Fr_GetFrNodeState(1, &state, &sub);
+            return r != 0 ? r : state == 5 && sub == 0x21 ? 0 : 100;
+        }
+        unsigned char psr[8] = {};
+        const int r = link.dev->Fr_GetFrPSRState(1, psr);
+        return r != 0 ? r : rd16(psr + 2) == 0xBBBB && rd16(psr + 6) == 0xDDDD ? 0 : 100;
+    });
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(link.emu.count(kelo::kCmdGetNodeState), std::size_t(4 * kRounds));
+}
+
+// FlexRay transmissions from several threads, each into its own buffer.
+TEST(DeviceConcurrency, FlexRayTransmitFromManyThreads) {
+    Link link(host::kConcurrentTransmit);
+    ASSERT_TRUE(link.open());
+    const int failures = runConcurrently(4, [&](int t, int round) -> int {
+        Bytes data = {std::uint8_t(t), std::uint8_t(round), 0xAB, 0xCD};
+        return link.dev->Fr_Transmit(1, std::uint8_t(10 + t), data.data(), 2);
+    });
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(link.emu.count(kelo::kCmdTransmit), std::size_t(4 * kRounds));
+    const auto buffers = link.emu.slotBuffers();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(buffers[10 + t].data, (Bytes{std::uint8_t(t), kRounds - 1, 0xAB, 0xCD})) << t;
+}
+
+// CAN transmissions from several threads: each still sees a reply naming its channel.
+TEST(DeviceConcurrency, CanTransmitFromManyThreads) {
+    Link link(host::kConcurrentCanTransmit);
+    ASSERT_TRUE(link.open(Bus::Can, 2));
+    const int failures = runConcurrently(4, [&](int t, int round) -> int {
+        Bytes frame = {std::uint8_t(t), std::uint8_t(round), 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
+        Bytes data = {1, 2, 3};
+        return link.dev->CAN_Transmit(frame.data(), data.data());
+    });
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(link.emu.count(kelo::kCmdMultiTransmit), std::size_t(4 * kRounds));
+}
+
+// A consumer draining the queue while the device uploads: every record, once, in order.
+TEST(DeviceConcurrency, ConsumerDrainsWhileUploadsArrive) {
+    Link link(host::kConcurrentReceive);
+    ASSERT_TRUE(link.open());
+    ASSERT_EQ(link.dev->Fr_StartFrRxUpload(0), 0);
+    constexpr std::uint32_t kRecords = 30000;
+    std::uint32_t taken = 0, outOfOrder = 0;
+    std::thread consumer([&] {
+        std::array<std::uint8_t, kelo::kFrRecordSize> r;
+        while (taken < kRecords && link.dev->Fr_Receive(r.data(), 3000) == 0) {
+            if (rd32(&r[0]) != taken) ++outOfOrder;
+            ++taken;
+        }
+    });
+    link.emu.startFlood(kRecords, 300000, 2);
+    consumer.join();
+    EXPECT_TRUE(link.emu.waitFlood(10000));
+    EXPECT_EQ(taken, kRecords);
+    EXPECT_EQ(outOfOrder, 0u);
+    EXPECT_EQ(link.dev->Fr_framesAvailable(), 0u);
+}
+
+}  // namespace
+}  // namespace kelo_test

@@ -1,0 +1,166 @@
+// Opening a device as the emulator sees it: device information (198, up to five tries) and then
+// the connect command (192), the software version taken from the information record, and the
+// CAN channel that CAN_Open stores.
+#include "device_fixture.h"
+
+namespace kelo_test {
+namespace {
+
+using kelo::emu::DeviceEmulator;
+
+std::vector<std::uint8_t> commandsOf(const DeviceEmulator& emu) {
+    std::vector<std::uint8_t> out;
+    for (auto& f : commandsSent(emu))
+        out.push_back(f.command);
+    return out;
+}
+
+// A fresh object: device information, then connect, with consecutive host sequences from 0.
+TEST(DeviceOpen, AsksForDeviceInformationThenConnects) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenWire));
+    ASSERT_TRUE(emu.start());
+    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+
+    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
+
+    const auto sent = commandsSent(emu);
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].command, kelo::kCmdGetDeviceInfo);
+    EXPECT_TRUE(sent[0].payload.empty());
+    EXPECT_EQ(sent[0].sequence, 0x8000);
+    EXPECT_EQ(sent[1].command, kelo::kCmdConnect);
+    EXPECT_EQ(sent[1].payload.size(), 4u);
+    EXPECT_EQ(sent[1].sequence, 0x8001);
+    EXPECT_EQ(dev->Fr_Close(), 0);
+}
+
+// Four refusals of the device information: the fifth try succeeds and the open goes on.
+TEST(DeviceOpen, RetriesDeviceInformationUpToFiveTimes) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenRetry));
+    ASSERT_TRUE(emu.start());
+    emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 4);
+    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+
+    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
+
+    EXPECT_EQ(commandsOf(emu), (std::vector<std::uint8_t>{198, 198, 198, 198, 198, 192}));
+    EXPECT_EQ(dev->Fr_Close(), 0);
+}
+
+// Five refusals: the open fails with the last result and never connects. Deleting the object
+// afterwards does not hang on the threads the open started.
+TEST(DeviceOpen, FiveRefusalsFailWithOneAndNeverConnect) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenFiveRefusals));
+    ASSERT_TRUE(emu.start());
+    emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 5);
+    CommunicationLib* dev = GetKeLoComm();
+
+    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 1);
+
+    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), 5u);
+    EXPECT_EQ(emu.count(kelo::kCmdConnect), 0u);
+    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), commandsSent(emu).size());
+    ASSERT_TRUE(finishesWithin(std::chrono::seconds(10), [dev] {
+        dev->CAN_Close();
+        delete dev;
+    }));
+}
+
+// A refused connect fails the open with 1.
+TEST(DeviceOpen, RefusedConnectFailsWithOne) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenConnectRefused));
+    ASSERT_TRUE(emu.start());
+    emu.refuse(kelo::kCmdConnect, 0x44);
+    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+
+    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 1);
+    EXPECT_EQ(commandsOf(emu), (std::vector<std::uint8_t>{198, 192}));
+    dev->CAN_Close();
+}
+
+// The software version is bytes 0-3 of the device information record (little-endian).
+TEST(DeviceOpen, SoftwareVersionComesFromInformationBytesZeroToThree) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenVersion));
+    ASSERT_TRUE(emu.start());
+    emu.setSoftwareVersion(0x0A0B0C0Du);
+    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+    unsigned int version = 0;
+
+    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
+    EXPECT_EQ(dev->get_software_version(&version), 0);
+    EXPECT_EQ(version, 0x0A0B0C0Du);
+    EXPECT_EQ(dev->Fr_Close(), 0);
+}
+
+// GetDeviceInfo hands out the whole 72-byte record the device answered, its status byte included.
+TEST(DeviceOpen, GetDeviceInfoCopiesTheWholeRecord) {
+    DeviceEmulator emu(emulatorAddress(host::kOpenDeviceInfo));
+    ASSERT_TRUE(emu.start());
+    std::array<std::uint8_t, 72> info;
+    for (std::size_t i = 0; i < info.size(); ++i)
+        info[i] = std::uint8_t(0x90 + i);
+    emu.setDeviceInfo(info);
+    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
+
+    unsigned char out[80];
+    std::memset(out, 0xEE, sizeof out);
+    ASSERT_EQ(dev->GetDeviceInfo(out), 0);
+    for (std::size_t i = 0; i < 71; ++i)
+        EXPECT_EQ(out[i], info[i]) << "byte " << i;
+    EXPECT_EQ(out[71], 0) << "status byte of an accepted reply";
+    for (std::size_t i = 72; i < sizeof out; ++i)
+        EXPECT_EQ(out[i], 0xEE) << "byte " << i;
+
+    // A refused request leaves the caller's buffer alone.
+    emu.refuse(kelo::kCmdGetDeviceInfo, 0x12, 1);
+    std::memset(out, 0xEE, sizeof out);
+    EXPECT_EQ(dev->GetDeviceInfo(out), 1);
+    for (unsigned char b : out)
+        EXPECT_EQ(b, 0xEE);
+    EXPECT_EQ(dev->Fr_Close(), 0);
+}
+
+// CAN_Open keeps its channel and every CAN command carries it; an object opened for FlexRay
+// carries the default channel 255.
+TEST(DeviceOpen, CanOpenStoresTheChannelForCanCommands) {
+    Link link(host::kOpenCanChannel);
+    ASSERT_TRUE(link.open(Bus::Can, 6));
+    EXPECT_EQ(link.dev->canChannel(), 6);
+    EXPECT_EQ(link.dev->CAN_Start(2), 0);
+    EXPECT_EQ(link.dev->CAN_Stop(2), 0);
+    EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStart), (std::vector<Bytes>{{2, 6}}));
+    EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStop), (std::vector<Bytes>{{2, 6}}));
+}
+
+TEST(DeviceOpen, FlexRayOpenLeavesTheDefaultCanChannel) {
+    Link link(host::kOpenFrDefaultChannel);
+    ASSERT_TRUE(link.open(Bus::FlexRay));
+    EXPECT_EQ(link.dev->CAN_Start(2), 0);
+    EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStart), (std::vector<Bytes>{{2, 255}}));
+}
+
+// ---- real waits ---------------------------------------------------------------------------------
+
+// A device that never answers: five tries of 5000 ms each, then the open gives up with 2 and
+// never sends the connect command.
+TEST(DeviceOpenSlow, SilentDeviceFailsAfterFiveTriesWithTwo) {
+    DeviceEmulator emu(emulatorAddress(host::kSlowOpenDropped));
+    ASSERT_TRUE(emu.start());
+    emu.drop(kelo::kCmdGetDeviceInfo);
+    CommunicationLib* dev = GetKeLoComm();
+
+    Stopwatch watch;
+    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 2);
+    EXPECT_GE(watch.ms(), 5 * 5000 * 9 / 10);
+
+    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), 5u);
+    EXPECT_EQ(emu.count(kelo::kCmdConnect), 0u);
+    ASSERT_TRUE(finishesWithin(std::chrono::seconds(10), [dev] {
+        dev->CAN_Close();
+        delete dev;
+    }));
+}
+
+}  // namespace
+}  // namespace kelo_test
