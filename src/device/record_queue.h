@@ -1,12 +1,14 @@
 // A FIFO of fixed-size records in one ring of contiguous storage. Room can be reserved up front;
-// the ring grows (doubling) only when it is full. Not thread-safe: the owner holds a lock.
+// the ring grows (doubling) only when it is full. The storage is left uninitialised, so reserved
+// room costs address space, not resident memory, until records use it. Not thread-safe: the
+// owner holds a lock.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 namespace kelo {
 
@@ -17,17 +19,17 @@ class RecordQueue {
 
     std::size_t size() const { return count_; }
     bool empty() const { return count_ == 0; }
-    std::size_t capacity() const { return ring_.size(); }
+    std::size_t capacity() const { return capacity_; }
 
     void reserve(std::size_t records) {
-        if (records > ring_.size()) regrow(records);
+        if (records > capacity_) regrow(records);
     }
 
     // The slot for the next record, to be filled in place before push() is complete.
     Record& emplaceBack() {
-        if (count_ == ring_.size()) regrow(ring_.empty() ? 64 : ring_.size() * 2);
+        if (count_ == capacity_) regrow(capacity_ == 0 ? 64 : capacity_ * 2);
         std::size_t tail = head_ + count_;
-        if (tail >= ring_.size()) tail -= ring_.size();
+        if (tail >= capacity_) tail -= capacity_;
         ++count_;
         return ring_[tail];
     }
@@ -36,7 +38,7 @@ class RecordQueue {
     bool popFront(std::uint8_t* out) {
         if (count_ == 0) return false;
         std::memcpy(out, ring_[head_].data(), RecordSize);
-        if (++head_ == ring_.size()) head_ = 0;
+        if (++head_ == capacity_) head_ = 0;
         --count_;
         return true;
     }
@@ -48,17 +50,20 @@ class RecordQueue {
 
   private:
     void regrow(std::size_t newCapacity) {
-        std::vector<Record> next(newCapacity);
+        // new Record[] leaves the bytes uninitialised (a std::array of bytes is trivial).
+        std::unique_ptr<Record[]> next(new Record[newCapacity]);
         for (std::size_t i = 0; i < count_; ++i) {
             std::size_t from = head_ + i;
-            if (from >= ring_.size()) from -= ring_.size();
+            if (from >= capacity_) from -= capacity_;
             next[i] = ring_[from];
         }
-        ring_.swap(next);
+        ring_ = std::move(next);
+        capacity_ = newCapacity;
         head_ = 0;
     }
 
-    std::vector<Record> ring_;
+    std::unique_ptr<Record[]> ring_;
+    std::size_t capacity_ = 0;
     std::size_t head_ = 0;
     std::size_t count_ = 0;
 };

@@ -1,0 +1,424 @@
+// Opening and closing through the exports: how indices are handed out and given back, what a
+// failed open leaves behind, the CAN open sequence, and a table filled to the last entry.
+#include <future>
+#include <memory>
+
+#include "export_fixture.h"
+
+using namespace kelo_export_test;
+
+namespace {
+
+class OpenClose : public ExportTest {};
+class OpenCloseSlow : public ExportTest {};
+
+// ---- index reuse -------------------------------------------------------------------------------
+
+struct CloseKind {
+    const char* name;
+    unsigned char (*close)(signed char);
+};
+
+// Entries 1 and 2 in use, 1 closed: the next open takes 1 again, whichever close was used.
+TEST_F(OpenClose, ClosedIndexIsHandedOutAgain) {
+    ASSERT_TRUE(tableEmpty()) << "this test counts on indices 1 and 2 being free";
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kReuseAfterClose));
+    ASSERT_TRUE(emu.start());
+    const char* address = emu.address().c_str();
+
+    const CloseKind kinds[] = {{"KFr_Close_Wrapper", &KFr_Close_Wrapper},
+                               {"KCAN_Close_Wrapper", &KCAN_Close_Wrapper}};
+    for (const CloseKind& kind : kinds) {
+        SCOPED_TRACE(kind.name);
+        OpenedIndices opened;
+        const signed char first = opened.add(KFr_Open_Wrapper(address));
+        const signed char second = opened.add(KFr_Open_Wrapper(address));
+        ASSERT_EQ(int(first), 1);
+        ASSERT_EQ(int(second), 2);
+
+        EXPECT_EQ(opened.close(first, kind.close), 0);
+        EXPECT_EQ(kelo::DeviceSlotTable[first].inUse.load(), 0);
+        EXPECT_EQ(kelo::DeviceSlotTable[first].lib.load(), nullptr);
+        EXPECT_EQ(kelo::DeviceSlotTable[second].inUse.load(), 1);
+
+        const signed char again = opened.add(KFr_Open_Wrapper(address));
+        ASSERT_EQ(int(again), 1);
+        EXPECT_EQ(kelo::DeviceSlotTable[again].inUse.load(), 1);
+        EXPECT_NE(kelo::DeviceSlotTable[again].lib.load(), nullptr);
+
+        EXPECT_EQ(opened.close(again), 0);
+        EXPECT_EQ(opened.close(second), 0);
+    }
+}
+
+// ---- a failed open -----------------------------------------------------------------------------
+
+struct OpenKind {
+    const char* name;
+    Bus bus;
+};
+
+// The device refuses its information five times: the open returns -1 (minus the status, negative
+// as a signed byte), the entry keeps the unopened instance with inUse 0, exports on that index
+// reach it, and the next open takes the entry over.
+TEST_F(OpenClose, FailedOpenLeavesUnopenedInstanceInItsEntry) {
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kFailedOpen));
+    ASSERT_TRUE(emu.start());
+    const char* address = emu.address().c_str();
+
+    for (const OpenKind& kind :
+         {OpenKind{"KFr_Open_Wrapper", Bus::FlexRay}, OpenKind{"KCAN_Open_Wrapper", Bus::Can}}) {
+        SCOPED_TRACE(kind.name);
+        emu.clearReceived();
+        emu.refuse(kelo::kCmdGetDeviceInfo, 1, 5);
+        const int idx = firstFreeIndex();
+        ASSERT_GT(idx, 0);
+        ASSERT_EQ(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
+
+        const signed char r =
+            kind.bus == Bus::FlexRay ? KFr_Open_Wrapper(address) : KCAN_Open_Wrapper(address, 4);
+        EXPECT_EQ(int(r), -1);
+        EXPECT_LT(r, 0);
+        EXPECT_EQ(codesOf(commandsSent(emu)), std::vector<int>(5, kelo::kCmdGetDeviceInfo))
+            << "five tries, no connect and (CAN) no stop";
+
+        CommunicationLib* unopened = kelo::DeviceSlotTable[idx].lib.load();
+        EXPECT_NE(unopened, nullptr);
+        EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 0);
+
+        // The index passes the check and reaches the unopened instance.
+        const signed char i = static_cast<signed char>(idx);
+        EXPECT_EQ(KFr_framesAvailable_Wrapper(i), 0);
+        unsigned int count = 0xDEADBEEF;
+        EXPECT_EQ(KCAN_framesAvailable_Wrapper(i, &count), 0);
+        EXPECT_EQ(count, 0u);
+        unsigned int libraryVersion = 0, deviceVersion = 0xDEADBEEF;
+        EXPECT_EQ(KeLo_get_software_version_Wrapper(i, &libraryVersion, &deviceVersion), 0);
+        EXPECT_EQ(libraryVersion, 0x02000006u);
+        EXPECT_EQ(deviceVersion, 0u) << "no version was stored by the failed open";
+        unsigned char header[24], payload[510];
+        EXPECT_EQ(KCAN_Receive_Wrapper(i, header, payload, 50), 4) << "CAN was never opened";
+        // Its socket is still there: a command that awaits no reply goes out.
+        EXPECT_EQ(Kelo_ResetCPU_Wrapper(i), 0);
+        EXPECT_TRUE(emu.waitFor(kelo::kCmdResetCpu, 1, 5000));
+
+        // The next open reuses the entry.
+        OpenedIndices opened;
+        const signed char again = opened.add(KFr_Open_Wrapper(address));
+        EXPECT_EQ(int(again), idx);
+        EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 1);
+        EXPECT_NE(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
+        EXPECT_NE(kelo::DeviceSlotTable[idx].lib.load(), unopened);
+        EXPECT_EQ(opened.close(again), 0);
+    }
+}
+
+// The connect command gets no answer: the open returns -2 after the wait; the instance in the
+// entry has a running link, so a command on the index is answered.
+TEST_F(OpenCloseSlow, ConnectTimeOutReturnsMinusTwoAndKeepsTheInstance) {
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kSlowConnectTimeout));
+    ASSERT_TRUE(emu.start());
+    const char* address = emu.address().c_str();
+    const int idx = firstFreeIndex();
+    ASSERT_GT(idx, 0);
+
+    emu.drop(kelo::kCmdConnect, 1);
+    const signed char r = KFr_Open_Wrapper(address);
+    EXPECT_EQ(int(r), -2);
+    EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 0);
+    EXPECT_NE(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
+
+    EXPECT_EQ(KFr_Configure_Node_Wrapper(static_cast<signed char>(idx), 2), 0);
+    const auto configure = emu.received(kelo::kCmdConfigureNode);
+    ASSERT_EQ(configure.size(), 1u);
+    EXPECT_EQ(configure[0].payload, Bytes{2});
+
+    OpenedIndices opened;
+    const signed char again = opened.add(KFr_Open_Wrapper(address));
+    EXPECT_EQ(int(again), idx);
+    EXPECT_EQ(opened.close(again), 0);
+}
+
+// ---- the CAN open sequence ---------------------------------------------------------------------
+
+// 198, 192, then the CAN stop (mode 2, the channel) and nothing else. CAN frames the device
+// uploads right after the stop are gone when the open returns.
+TEST_F(OpenClose, CanOpenStopsTheChannelAndEmptiesItsBuffer) {
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCanOpenSequence));
+    ASSERT_TRUE(emu.start());
+    const char* address = emu.address().c_str();
+
+    auto opening = std::async(std::launch::async, [&] { return KCAN_Open_Wrapper(address, 5); });
+    if (emu.waitFor(kelo::kCmdCanStop, 1, 10000)) {
+        kelo::emu::CanEntry e;
+        e.identifier = 0x123;
+        e.data = {1, 2, 3, 4};
+        emu.uploadCan({e, e, e});
+    }
+    const signed char idx = opening.get();
+    ASSERT_GT(idx, 0);
+    const auto frames = commandsSent(emu);
+    EXPECT_EQ(codesOf(frames),
+              (std::vector<int>{kelo::kCmdGetDeviceInfo, kelo::kCmdConnect, kelo::kCmdCanStop}));
+    if (frames.size() == 3) {
+        EXPECT_EQ(frames[2].payload, (Bytes{2, 5}));
+    }
+
+    // A round trip after the open: the upload, sent before it, has been dispatched by now.
+    unsigned char state = 0, sub = 0;
+    EXPECT_EQ(KFr_GetFrNodeState_Wrapper(idx, 0, &state, &sub), 0);
+    unsigned int count = 0xDEADBEEF;
+    EXPECT_EQ(KCAN_framesAvailable_Wrapper(idx, &count), 0);
+    EXPECT_EQ(count, 0u) << "the frames uploaded during the open were not cleared";
+
+    // The channel does take frames: the empty buffer above is the clear's doing.
+    kelo::emu::CanEntry later;
+    later.identifier = 0x456;
+    later.data = {7};
+    emu.uploadCan({later});
+    EXPECT_EQ(KFr_GetFrNodeState_Wrapper(idx, 0, &state, &sub), 0);
+    EXPECT_EQ(KCAN_framesAvailable_Wrapper(idx, &count), 0);
+    EXPECT_EQ(count, 1u);
+
+    EXPECT_EQ(KCAN_Close_Wrapper(idx), 0);
+}
+
+// ---- a close that fails ------------------------------------------------------------------------
+
+// A device object whose CAN close fails: the real one always closes, so this path needs a
+// stand-in. It records the calls that reach it and reports its own deletion.
+class CloseFailsDevice final : public CommunicationLib {
+  public:
+    explicit CloseFailsDevice(bool* deleted) : deleted_(deleted) {}
+    ~CloseFailsDevice() override { *deleted_ = true; }
+
+    unsigned char closeResult = 1;
+    int closes = 0;
+    int starts = 0;
+    unsigned char startMode = 0;
+
+    unsigned char CAN_Close() override {
+        ++closes;
+        return closeResult;
+    }
+    unsigned char CAN_Start(unsigned char mode) override {
+        ++starts;
+        startMode = mode;
+        return 0;
+    }
+    unsigned int CAN_framesAvailable() override { return 4; }
+
+    unsigned char OpenDevice(const char*) override { return 0; }
+    unsigned char get_software_version(unsigned int*) override { return 0; }
+    unsigned char Fr_Open(const char*) override { return 0; }
+    unsigned char Fr_Set_Cluster_Parameter(unsigned char*) override { return 0; }
+    unsigned char Fr_Set_Node_Parameter(const char*) override { return 0; }
+    unsigned char Fr_Set_CC_Parameter(const char*) override { return 0; }
+    unsigned char SetTimeOffset(long long) override { return 0; }
+    unsigned char Fr_SetFrPhyNodeKeySlot(const char*) override { return 0; }
+    unsigned char Fr_Set_Slot_Parameter(unsigned char*) override { return 0; }
+    unsigned char Fr_Set_Fifo_Parameter(unsigned char*) override { return 0; }
+    unsigned char Fr_Configure_Node(unsigned char) override { return 0; }
+    unsigned char Fr_SendWakeUp(unsigned char) override { return 0; }
+    unsigned char Fr_Start_Node(unsigned char) override { return 0; }
+    unsigned char Fr_StartFrRxUpload(unsigned char) override { return 0; }
+    unsigned char Fr_StopFrRxUpload(unsigned char) override { return 0; }
+    unsigned char Fr_GetFrNodeState(unsigned char, unsigned char*, unsigned char*) override {
+        return 0;
+    }
+    unsigned char Fr_GetFrPSRState(unsigned char, unsigned char*) override { return 0; }
+    unsigned char Fr_GetFrNWVector(unsigned char, unsigned char*, unsigned char*) override {
+        return 0;
+    }
+    unsigned int Fr_framesAvailable() override { return 0; }
+    unsigned char Fr_ClearRcvBuffer(unsigned char) override { return 0; }
+    unsigned char Fr_Receive(unsigned char*, unsigned int) override { return 2; }
+    unsigned char Fr_Transmit(unsigned char, unsigned char, unsigned char*,
+                              unsigned char) override {
+        return 0;
+    }
+    unsigned char Fr_FillData_beforeTransmit_MultiFrame(unsigned char, unsigned char, void*,
+                                                        unsigned char) override {
+        return 0;
+    }
+    unsigned char Fr_Transmit_MultiFrame(unsigned char, unsigned char, unsigned char*,
+                                         unsigned char) override {
+        return 0;
+    }
+    unsigned char Fr_ReplaySend(unsigned char, unsigned char, const char*,
+                                unsigned short) override {
+        return 0;
+    }
+    unsigned char Fr_Stop(unsigned char) override { return 0; }
+    unsigned char Fr_Close() override { return 0; }
+    unsigned char GetDeviceInfo(unsigned char*) override { return 0; }
+    unsigned char SetDeviceOption(unsigned char) override { return 0; }
+    unsigned char SetDeviceText(const char*) override { return 0; }
+    unsigned char FrSetDevIp(const char*) override { return 0; }
+    unsigned char CAN_SetBusParameter(unsigned char, unsigned char, unsigned char*) override {
+        return 0;
+    }
+    unsigned char CAN_SetFilterParameter(unsigned char, unsigned char, unsigned char*) override {
+        return 0;
+    }
+    unsigned char Fr_Set_WorkMode(unsigned char, unsigned char, char, unsigned char) override {
+        return 0;
+    }
+    unsigned char ResetCPU() override { return 0; }
+    unsigned char Fr_WriteValue(unsigned char, unsigned char, unsigned int, int) override {
+        return 0;
+    }
+    unsigned char Fr_ReadValue(unsigned char, unsigned char, unsigned int, unsigned int*) override {
+        return 0;
+    }
+    unsigned char Fr_SetNodeRxTimeout(unsigned char, unsigned char, unsigned int) override {
+        return 0;
+    }
+    unsigned char CAN_Stop(unsigned char) override { return 0; }
+    unsigned char CAN_Open(const char*, unsigned char) override { return 0; }
+    unsigned char CAN_Configure(unsigned char*) override { return 0; }
+    unsigned char CAN_SetNodeRxTimeout(unsigned char*) override { return 0; }
+    unsigned char CAN_Transmit(unsigned char*, unsigned char*) override { return 0; }
+    unsigned char CAN_Receive(unsigned char*, unsigned int) override { return 2; }
+    unsigned char CAN_ClearRcvBuffer() override { return 0; }
+    unsigned char SetControllerMode(unsigned char, unsigned char, unsigned int) override {
+        return 0;
+    }
+    unsigned char SetDeviceInfo(unsigned char*) override { return 0; }
+    unsigned char CAN_SetOptionParameter(unsigned char, unsigned char, unsigned char*) override {
+        return 0;
+    }
+    unsigned char Fr_WriteRegister(unsigned char, unsigned char, unsigned int) override {
+        return 0;
+    }
+    unsigned char Fr_ReadRegister(unsigned char, unsigned char, unsigned int*) override {
+        return 0;
+    }
+
+  private:
+    bool* deleted_;
+};
+
+// Puts a device straight into a table entry and takes it out again at the end of the scope if it
+// is still there, so that the entry is restored whatever the test did.
+class PlantedDevice {
+  public:
+    PlantedDevice(int idx, CommunicationLib* lib) : idx_(idx), lib_(lib) {
+        kelo::DeviceSlotTable[idx_].lib.store(lib_);
+        kelo::DeviceSlotTable[idx_].inUse.store(1);
+    }
+    ~PlantedDevice() {
+        if (kelo::DeviceSlotTable[idx_].lib.load() == lib_) {
+            kelo::DeviceSlotTable[idx_].lib.store(nullptr);
+            kelo::DeviceSlotTable[idx_].inUse.store(0);
+            delete lib_;
+        }
+    }
+    PlantedDevice(const PlantedDevice&) = delete;
+    PlantedDevice& operator=(const PlantedDevice&) = delete;
+
+  private:
+    int idx_;
+    CommunicationLib* lib_;
+};
+
+TEST_F(OpenClose, CanCloseThatFailsKeepsTheIndexUsable) {
+    const int idx = firstFreeIndex();
+    ASSERT_GT(idx, 0);
+    ASSERT_EQ(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
+    const signed char i = static_cast<signed char>(idx);
+
+    bool deleted = false;
+    auto* device = new CloseFailsDevice(&deleted);
+    PlantedDevice planted(idx, device);
+
+    EXPECT_EQ(KCAN_Close_Wrapper(i), 1);
+    EXPECT_EQ(device->closes, 1);
+    EXPECT_FALSE(deleted);
+    EXPECT_EQ(kelo::DeviceSlotTable[idx].lib.load(), device);
+    EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 1);
+
+    // The index still reaches the device.
+    EXPECT_EQ(KCAN_Start_Wrapper(i), 0);
+    EXPECT_EQ(device->starts, 1);
+    EXPECT_EQ(device->startMode, 2);
+    unsigned int count = 0;
+    EXPECT_EQ(KCAN_framesAvailable_Wrapper(i, &count), 0);
+    EXPECT_EQ(count, 4u);
+
+    // Once the close succeeds, the device is deleted and the entry is free.
+    device->closeResult = 0;
+    EXPECT_EQ(KCAN_Close_Wrapper(i), 0);
+    EXPECT_TRUE(deleted);
+    EXPECT_EQ(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
+    EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 0);
+}
+
+// ---- a full table ------------------------------------------------------------------------------
+
+// Takes the device out of entry 0, which no export accepts, and closes it.
+void takeOutEntryZero() {
+    if (CommunicationLib* zero = kelo::DeviceSlotTable[0].lib.exchange(nullptr)) {
+        zero->Fr_Close();
+        delete zero;
+    }
+    kelo::DeviceSlotTable[0].inUse.store(0);
+}
+
+// 126 opens fill 1..126; an open into the full table still succeeds, goes on with entry 0 and
+// returns 0, which every other export rejects (a CAN open's own stop and clear included). The
+// "no free entry" result never occurs.
+// The table is filled mostly with CAN opens: a FlexRay open reserves its whole receive queue up
+// front, which 126 times over is too heavy for the sanitizer builds; a CAN open waits 100 ms
+// instead, hence the slow suite.
+TEST_F(OpenCloseSlow, OpenIntoFullTableSucceedsWithIndexZero) {
+    ASSERT_TRUE(tableEmpty()) << "this test fills the whole table";
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kSlowFullTable));
+    ASSERT_TRUE(emu.start());
+    const char* address = emu.address().c_str();
+
+    // Closes whatever was opened, entry 0 included.
+    std::vector<std::pair<signed char, Bus>> opened;
+    struct Cleanup {
+        std::vector<std::pair<signed char, Bus>>& opened;
+        kelo::emu::DeviceEmulator& emu;
+        ~Cleanup() {
+            emu.clearFaults();
+            takeOutEntryZero();
+            for (const auto& [idx, bus] : opened)
+                EXPECT_EQ(bus == Bus::FlexRay ? KFr_Close_Wrapper(idx) : KCAN_Close_Wrapper(idx),
+                          0);
+        }
+    } cleanup{opened, emu};
+
+    for (int expected = 1; expected <= 126; ++expected) {
+        const Bus bus = expected % 42 == 0 ? Bus::FlexRay : Bus::Can;
+        const signed char r =
+            bus == Bus::FlexRay ? KFr_Open_Wrapper(address) : KCAN_Open_Wrapper(address, 1);
+        ASSERT_EQ(int(r), expected);
+        opened.push_back({r, bus});
+    }
+    for (int i = 1; i <= 126; ++i)
+        ASSERT_EQ(kelo::DeviceSlotTable[i].inUse.load(), 1);
+    const std::vector<int> openSequence = {kelo::kCmdGetDeviceInfo, kelo::kCmdConnect};
+
+    // A FlexRay open into the full table.
+    emu.clearReceived();
+    EXPECT_EQ(int(KFr_Open_Wrapper(address)), 0);
+    EXPECT_EQ(codesOf(commandsSent(emu)), openSequence) << "the open ran as usual";
+    EXPECT_NE(kelo::DeviceSlotTable[0].lib.load(), nullptr);
+    EXPECT_EQ(kelo::DeviceSlotTable[0].inUse.load(), 1);
+
+    emu.clearReceived();
+    expectEveryExportRejects(0);
+    EXPECT_TRUE(commandsSent(emu).empty());
+    takeOutEntryZero();
+
+    // A CAN open into the full table: its stop goes to index 0, is rejected and never sent.
+    emu.clearReceived();
+    EXPECT_EQ(int(KCAN_Open_Wrapper(address, 1)), 0);
+    EXPECT_EQ(codesOf(commandsSent(emu)), openSequence);
+    EXPECT_NE(kelo::DeviceSlotTable[0].lib.load(), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,385 @@
+// The exports that build the device's record from the caller's arguments: the exact bytes that
+// reach the device, the bus kind the shared operations get, and what is written back.
+#include <cstddef>
+
+#include "export_fixture.h"
+
+using namespace kelo_export_test;
+using kelo::emu::ReceivedFrame;
+
+namespace {
+
+class Repack : public ExportTest {};
+class RepackSlow : public ExportTest {};
+
+struct Sent {
+    int command;
+    Bytes payload;
+};
+
+::testing::AssertionResult framesAre(const std::vector<ReceivedFrame>& frames,
+                                     const std::vector<Sent>& expected) {
+    std::vector<int> wantCodes;
+    for (const Sent& s : expected)
+        wantCodes.push_back(s.command);
+    if (codesOf(frames) != wantCodes) {
+        auto failure = ::testing::AssertionFailure() << "commands sent:";
+        for (int c : codesOf(frames))
+            failure << ' ' << c;
+        failure << "; expected:";
+        for (int c : wantCodes)
+            failure << ' ' << c;
+        return failure;
+    }
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        auto same = sameBytes(frames[i].payload, expected[i].payload);
+        if (!same)
+            return ::testing::AssertionFailure()
+                   << "command " << expected[i].command << ": " << same.message();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// ---- cluster -----------------------------------------------------------------------------------
+
+// Stop (110) first, then the controller mode (139) and the 40-byte cluster record (96): the node
+// byte, the 36-byte block, three zero bytes. The result is the cluster command's, whichever of
+// the other two the device refused.
+TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
+    ExportDevice dev(host::kCluster);
+    ASSERT_TRUE(dev.open());
+
+    struct Row {
+        const char* name;
+        int refusedCommand;  // 0: none
+        unsigned char expected;
+    };
+    const Row rows[] = {
+        {"all accepted", 0, 0},
+        {"stop refused", kelo::kCmdStopNode, 0},
+        {"controller mode refused", kelo::kCmdSetControllerMode, 0},
+        {"cluster refused", kelo::kCmdSetClusterParameter, 1},
+    };
+    const std::uint8_t node = 3;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        dev.emu.clearReceived();
+        if (row.refusedCommand) dev.emu.refuse(std::uint8_t(row.refusedCommand), 7, 1);
+        const Bytes block = ramp(36, 0x40);
+        Bytes caller = block;
+
+        EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), node, caller.data()), row.expected);
+
+        EXPECT_TRUE(
+            framesAre(commandsSent(dev.emu),
+                      {{kelo::kCmdStopNode, {node}},
+                       {kelo::kCmdSetControllerMode, cat({{1, node, 0, 0}, le32(0xA0000000u)})},
+                       {kelo::kCmdSetClusterParameter, cat({{node}, block, zeros(3)})}}));
+        EXPECT_EQ(caller, block) << "the caller's block changed";
+    }
+}
+
+// Frames queued before the call are gone afterwards: the export empties the FlexRay buffer
+// between the stop and the cluster command.
+TEST_F(Repack, ClusterParameterEmptiesTheFlexRayBuffer) {
+    ExportDevice dev(host::kClusterClears);
+    ASSERT_TRUE(dev.open());
+    ASSERT_EQ(KFr_StartFrRxUpload_Wrapper(dev.idx(), 0), 0);
+    kelo::emu::FlexRayEntry e;
+    e.slot = 9;
+    e.payload = ramp(8, 1);
+    dev.emu.uploadFlexRay({e, e, e});
+    ASSERT_TRUE(dev.sync());
+    ASSERT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 3);
+
+    Bytes block = ramp(36, 0);
+    EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), 0, block.data()), 0);
+    EXPECT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 0);
+}
+
+// The stop gets no answer at all (3000 ms wait): the cluster record still goes out and its status
+// is returned.
+TEST_F(RepackSlow, ClusterParameterAfterStopTimeOutReturnsTheClusterStatus) {
+    ExportDevice dev(host::kSlowClusterStopTimeout);
+    ASSERT_TRUE(dev.open());
+    dev.emu.drop(kelo::kCmdStopNode, 1);
+    Bytes block = ramp(36, 0x10);
+    EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), 1, block.data()), 0);
+    EXPECT_EQ(codesOf(commandsSent(dev.emu)),
+              (std::vector<int>{kelo::kCmdStopNode, kelo::kCmdSetControllerMode,
+                                kelo::kCmdSetClusterParameter}));
+}
+
+// ---- records passed through with a node byte or a bus kind -------------------------------------
+
+struct RecordRow {
+    const char* name;
+    std::function<unsigned char(signed char)> call;
+    std::vector<Sent> expected;
+};
+
+// Each export's frames, byte for byte, on a FlexRay device. The shared register and time-out
+// operations get bus kind 1.
+TEST_F(Repack, FlexRayRecordsReachTheDeviceAsDocumented) {
+    ExportDevice dev(host::kFlexRayRecords);
+    ASSERT_TRUE(dev.open());
+
+    static const Bytes node48 = ramp(48, 0x30);
+    static const Bytes cc5 = {0xC1, 0xC2, 0xC3, 0xC4, 0xC5};
+    const std::vector<RecordRow> rows = {
+        {"KFr_Set_Node_Parameter_Wrapper",
+         [](signed char i) {
+             Bytes b = node48;
+             return KFr_Set_Node_Parameter_Wrapper(i, 2, b.data());
+         },
+         {{kelo::kCmdSetNodeParameter, cat({{2}, node48, zeros(3)})}}},
+        {"KFr_Set_CC_Parameter_Wrapper",
+         [](signed char i) {
+             Bytes b = cc5;
+             return KFr_Set_CC_Parameter_Wrapper(i, 4, b.data());
+         },
+         {{kelo::kCmdSetCcParameter, cat({{4}, cc5})}}},
+        {"KFr_SetFrPhyNodeKeySlot_Wrapper node 0",
+         [](signed char i) {
+             KFrKeySlotRecord k = {{{0x0102, 0x11, 0x12}, {0x0304, 0x21, 0x22}}};
+             return KFr_SetFrPhyNodeKeySlot_Wrapper(i, 0, &k);
+         },
+         {{kelo::kCmdSetKeySlot, {0, 0x02, 0x01, 0x11, 0x12, 0x04, 0x03, 0x21, 0x22}}}},
+        {"KFr_SetFrPhyNodeKeySlot_Wrapper node 7 (not used)",
+         [](signed char i) {
+             KFrKeySlotRecord k = {{{0xBEEF, 0x01, 0x80}, {0x0005, 0xFF, 0x00}}};
+             return KFr_SetFrPhyNodeKeySlot_Wrapper(i, 7, &k);
+         },
+         {{kelo::kCmdSetKeySlot, {0, 0xEF, 0xBE, 0x01, 0x80, 0x05, 0x00, 0xFF, 0x00}}}},
+        {"KFr_Set_WorkMode_Wrapper mode 1 flag 1",
+         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 2, 1, 1); },
+         {{kelo::kCmdWriteRegister, cat({{1, 2}, le32(0x20000002u)})}}},
+        {"KFr_Set_WorkMode_Wrapper mode 0 flag 0",
+         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 5, 0, 0); },
+         {{kelo::kCmdWriteRegister, cat({{1, 5}, le32(0)})}}},
+        {"KFr_Set_WorkMode_Wrapper mode 1 flag 2",
+         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 0, 1, 2); },
+         {{kelo::kCmdWriteRegister, cat({{1, 0}, le32(2)})}}},
+        {"KFr_WriteValue_Wrapper bit 28 on",
+         [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 0, 1); },
+         {{kelo::kCmdReadRegister, {1, 3}},
+          {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x10000000u)})}}},
+        {"KFr_WriteValue_Wrapper bit 30 on",
+         [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 1, 9); },
+         {{kelo::kCmdReadRegister, {1, 3}},
+          {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x50000000u)})}}},
+        {"KFr_ReadValue_Wrapper",
+         [](signed char i) {
+             unsigned int v = 0;
+             return KFr_ReadValue_Wrapper(i, 6, 1, &v);
+         },
+         {{kelo::kCmdReadRegister, {1, 6}}}},
+        {"KFr_SetNodeRxTimeout_Wrapper",
+         [](signed char i) { return KFr_SetNodeRxTimeout_Wrapper(i, 1, 0x12345678u); },
+         {{kelo::kCmdSetNodeRxTimeout, {1, 1, 0x78, 0x56, 0x34, 0x12}}}},
+    };
+    for (const RecordRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        dev.emu.clearReceived();
+        EXPECT_EQ(row.call(dev.idx()), 0);
+        EXPECT_TRUE(framesAre(commandsSent(dev.emu), row.expected));
+    }
+    // The bits landed in the FlexRay register of controller 3, not in a CAN one.
+    EXPECT_EQ(dev.emu.registerWord(1, 3), 0x50000000u);
+    EXPECT_EQ(dev.emu.registerWord(2, 3), 0u);
+}
+
+// KFr_ReadValue_Wrapper reads the FlexRay register's bit 28 (which 0) or 30 (which 1) as 0/1; any
+// other selector gives 5 with nothing sent and the output untouched.
+TEST_F(Repack, ReadValueReadsTheFlexRayRegisterBits) {
+    ExportDevice dev(host::kReadValue);
+    ASSERT_TRUE(dev.open());
+    const std::uint8_t node = 6;
+    dev.emu.setRegisterWord(1, node, 0x40000000u);
+    dev.emu.setRegisterWord(2, node, 0x10000000u);  // the CAN register of the same number
+
+    struct Row {
+        unsigned int which;
+        unsigned char expected;
+        unsigned int value;
+    };
+    for (const Row& row : {Row{0, 0, 0}, Row{1, 0, 1}, Row{2, 5, 0xDEADBEEF}}) {
+        SCOPED_TRACE("which " + std::to_string(row.which));
+        dev.emu.clearReceived();
+        unsigned int value = 0xDEADBEEF;
+        EXPECT_EQ(KFr_ReadValue_Wrapper(dev.idx(), node, row.which, &value), row.expected);
+        EXPECT_EQ(value, row.value);
+        EXPECT_EQ(dev.emu.count(kelo::kCmdReadRegister), row.expected == 0 ? 1u : 0u);
+    }
+}
+
+// The CAN exports give the CAN operations mode 2 and carry the channel the device was opened on.
+TEST_F(Repack, CanRecordsCarryModeTwoAndTheChannel) {
+    ExportDevice dev(host::kCanRecords);
+    const std::uint8_t channel = 6;
+    ASSERT_TRUE(dev.open(Bus::Can, channel));
+
+    const std::vector<RecordRow> rows = {
+        {"KCAN_Start_Wrapper",
+         [](signed char i) { return KCAN_Start_Wrapper(i); },
+         {{kelo::kCmdCanStart, {2, channel}}}},
+        {"KCAN_Stop_Wrapper",
+         [](signed char i) { return KCAN_Stop_Wrapper(i); },
+         {{kelo::kCmdCanStop, {2, channel}}}},
+        {"KCAN_SetNodeRxTimeout_Wrapper",
+         [](signed char i) { return KCAN_SetNodeRxTimeout_Wrapper(i, 0xA1B2C3D4u); },
+         {{kelo::kCmdSetNodeRxTimeout, {2, channel, 0xD4, 0xC3, 0xB2, 0xA1}}}},
+    };
+    for (const RecordRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        dev.emu.clearReceived();
+        EXPECT_EQ(row.call(dev.idx()), 0);
+        EXPECT_TRUE(framesAre(commandsSent(dev.emu), row.expected));
+    }
+}
+
+// ---- slot --------------------------------------------------------------------------------------
+
+Bytes slotBlock(std::uint8_t bufferIndex, std::uint16_t slotId) {
+    // 0 buffer index, 1 unused, 2-3 slot id, 4 parameter, 5 payload words, 6 parameter,
+    // 7 channel A, 8 channel B, 9 base cycle, 10 repetition, 11 transmit flag.
+    return cat({{bufferIndex, 0xEE}, le16(slotId), {0x44, 4, 0x66, 1, 1, 0, 2, 1}});
+}
+
+// 102 with the node byte, the 12-byte block and a zero (14 bytes). On success the buffer index
+// the device assigned lands in block[0], the other bytes stay; on refusal nothing changes.
+TEST_F(Repack, SlotParameterWritesTheAssignedBufferBack) {
+    ExportDevice dev(host::kSlot);
+    ASSERT_TRUE(dev.open());
+
+    for (std::uint8_t expectedIndex : {0, 1}) {
+        SCOPED_TRACE("buffer " + std::to_string(expectedIndex));
+        dev.emu.clearReceived();
+        const Bytes sent = slotBlock(255, std::uint16_t(7 + expectedIndex));
+        Bytes block = sent;
+        EXPECT_EQ(KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()), 0);
+        EXPECT_TRUE(framesAre(commandsSent(dev.emu),
+                              {{kelo::kCmdSetSlotParameter, cat({{2}, sent, {0}})}}));
+        Bytes expected = sent;
+        expected[0] = expectedIndex;
+        EXPECT_TRUE(sameBytes(block, expected));
+    }
+
+    // Refused: the block is left exactly as it was.
+    dev.emu.refuse(kelo::kCmdSetSlotParameter, 1, 1);
+    const Bytes sent = slotBlock(255, 20);
+    Bytes block = sent;
+    EXPECT_EQ(KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()), 1);
+    EXPECT_TRUE(sameBytes(block, sent));
+}
+
+// With a scripted reply that names buffer 42: written back on status 0, ignored otherwise.
+TEST_F(Repack, SlotParameterWritesBackOnlyOnSuccess) {
+    ExportDevice dev(host::kSlotScripted);
+    ASSERT_TRUE(dev.open());
+
+    struct Row {
+        const char* name;
+        std::uint8_t status;
+        unsigned char expected;
+    };
+    for (const Row& row : {Row{"accepted", 0, 0}, Row{"refused", 3, 1}}) {
+        SCOPED_TRACE(row.name);
+        const Bytes sent = slotBlock(255, 33);
+        Bytes block = sent;
+        // Reply: ctl, slot id, 0, buffer index, status.
+        const unsigned char r = dev.scripted(
+            kelo::kCmdSetSlotParameter, {2, 33, 0, 0, 42, row.status},
+            [&] { return KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()); });
+        EXPECT_EQ(r, row.expected);
+        Bytes expected = sent;
+        if (row.status == 0) expected[0] = 42;
+        EXPECT_TRUE(sameBytes(block, expected));
+    }
+}
+
+// ---- FIFO --------------------------------------------------------------------------------------
+
+// The device's 46-byte record, built from the documented layout: 0 node, 1 enabled groups,
+// 2 pass, 4-11 the four words, 12-43 four groups {enable, 0, frame id, mask, channel, 0}.
+Bytes fifoRecord(std::uint8_t node, const KFrFifoRecord& f, std::uint8_t groups,
+                 std::uint8_t pass) {
+    struct G {
+        unsigned char enable;
+        unsigned short id, mask;
+        unsigned char channel;
+    };
+    const G g[4] = {{f.group0Enable, f.group0FrameId, f.group0Mask, f.group0Channel},
+                    {f.group1Enable, f.group1FrameId, f.group1Mask, f.group1Channel},
+                    {f.group2Enable, f.group2FrameId, f.group2Mask, f.group2Channel},
+                    {f.group3Enable, f.group3FrameId, f.group3Mask, f.group3Channel}};
+    Bytes r = cat({{node, groups, pass, 0},
+                   le16(f.rejectFrameId),
+                   le16(f.rejectMask),
+                   le16(f.depth),
+                   le16(f.criteria)});
+    for (const G& x : g)
+        r = cat({r, {x.enable, 0}, le16(x.id), le16(x.mask), {x.channel, 0}});
+    return cat({r, zeros(2)});
+}
+
+TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
+    ExportDevice dev(host::kFifo);
+    ASSERT_TRUE(dev.open());
+
+    struct Row {
+        std::uint8_t enable[4];
+        std::uint8_t groups;
+    };
+    const Row rows[] = {
+        {{1, 0, 5, 0}, 2},    {{0, 0, 0, 0}, 0},    {{1, 1, 1, 1}, 4},
+        {{0, 0, 0, 0xFF}, 1}, {{0x80, 2, 0, 0}, 2},
+    };
+    std::uint8_t node = 1;
+    for (const Row& row : rows) {
+        SCOPED_TRACE("enable bytes " + std::to_string(row.enable[0]) + ", " +
+                     std::to_string(row.enable[1]) + ", " + std::to_string(row.enable[2]) + ", " +
+                     std::to_string(row.enable[3]));
+        dev.emu.clearReceived();
+        // Every field its own value, so a swapped or misplaced field shows.
+        KFrFifoRecord f;
+        std::memset(&f, 0xA5, sizeof f);
+        f.rejectFrameId = 0x1101;
+        f.rejectMask = 0x2202;
+        f.depth = 0x3303;
+        f.criteria = 0x4404;
+        f.group0Enable = row.enable[0];
+        f.group0FrameId = 0x5505;
+        f.group0Mask = 0x6606;
+        f.group0Channel = 0x07;
+        f.group1Enable = row.enable[1];
+        f.group1FrameId = 0x8808;
+        f.group1Mask = 0x9909;
+        f.group1Channel = 0x0A;
+        f.group2Enable = row.enable[2];
+        f.group2FrameId = 0xBB0B;
+        f.group2Mask = 0xCC0C;
+        f.group2Channel = 0x0D;
+        f.group3Enable = row.enable[3];
+        f.group3FrameId = 0xEE0E;
+        f.group3Mask = 0xFF0F;
+        f.group3Channel = 0x10;
+        const KFrFifoRecord before = f;
+
+        EXPECT_EQ(KFr_Set_Fifo_Parameter_Wrapper(dev.idx(), node, &f), 0);
+        EXPECT_TRUE(framesAre(commandsSent(dev.emu),
+                              {{kelo::kCmdSetFifoParameter, fifoRecord(node, f, row.groups, 0)},
+                               {kelo::kCmdSetFifoParameter, fifoRecord(node, f, row.groups, 1)}}));
+        EXPECT_EQ(std::memcmp(&f, &before, sizeof f), 0) << "the caller's record changed";
+        ++node;
+    }
+
+    // The first pass refused: the second is not sent.
+    dev.emu.clearReceived();
+    dev.emu.refuse(kelo::kCmdSetFifoParameter, 1, 1);
+    KFrFifoRecord f = {};
+    EXPECT_EQ(KFr_Set_Fifo_Parameter_Wrapper(dev.idx(), 0, &f), 1);
+    EXPECT_EQ(dev.emu.count(kelo::kCmdSetFifoParameter), 1u);
+}
+
+}  // namespace
