@@ -106,12 +106,21 @@ struct Endpoint {
 };
 
 // A frame waiting to leave: a reply (reusing the host's sequence) or an upload.
+// Drop and CRC faults for one frame, when they were decided before it was built.
+struct FrameFaults {
+    bool decided = false;
+    bool drop = false;
+    bool corruptHeader = false;
+    bool corruptPayload = false;
+};
+
 struct Outgoing {
     std::uint8_t code = 0;
     bool reply = false;
     std::uint16_t sequence = 0;
     Bytes payload;
     Endpoint to;
+    FrameFaults faults;
 };
 
 struct Fault {
@@ -306,17 +315,18 @@ struct DeviceEmulator::Impl : DatagramSink {
     // Frames one command or upload with the engine and sends it to `to`, applying the fault plan
     // (drop and CRC corruption by the frame's code; split and duplicate for every datagram).
     void emit(std::uint8_t code, const std::uint8_t* payload, std::size_t length, bool reply,
-              std::uint16_t sequence, const Endpoint& to) {
-        bool corruptHeader = false, corruptPayload = false;
+              std::uint16_t sequence, const Endpoint& to, FrameFaults decided = FrameFaults{}) {
+        bool corruptHeader = decided.corruptHeader, corruptPayload = decided.corruptPayload;
+        if (decided.drop) return;
         std::size_t split = 0;
         bool twice = false;
         if (anyFault.load()) {
             std::lock_guard<std::mutex> g(faultLock);
-            auto it = faults.find(code);
-            if (it != faults.end()) {
-                if (take(it->second.dropTimes)) return;
-                corruptHeader = take(it->second.corruptHeaderTimes);
-                corruptPayload = take(it->second.corruptPayloadTimes);
+            if (!decided.decided) {
+                const FrameFaults f = takeFrameFaults(code);
+                if (f.drop) return;
+                corruptHeader = f.corruptHeader;
+                corruptPayload = f.corruptPayload;
             }
             split = splitBytes;
             twice = duplicate;
@@ -346,8 +356,21 @@ struct DeviceEmulator::Impl : DatagramSink {
         }
     }
 
+    // Uses up one application of the drop and CRC faults of a frame code (faultLock held).
+    FrameFaults takeFrameFaults(std::uint8_t code) {
+        FrameFaults f;
+        f.decided = true;
+        auto it = faults.find(code);
+        if (it == faults.end()) return f;
+        f.drop = take(it->second.dropTimes);
+        if (f.drop) return f;
+        f.corruptHeader = take(it->second.corruptHeaderTimes);
+        f.corruptPayload = take(it->second.corruptPayloadTimes);
+        return f;
+    }
+
     void emit(const Outgoing& o) {
-        emit(o.code, o.payload.data(), o.payload.size(), o.reply, o.sequence, o.to);
+        emit(o.code, o.payload.data(), o.payload.size(), o.reply, o.sequence, o.to, o.faults);
     }
 
     bool upload(std::uint8_t code, const Bytes& payload) {
@@ -421,6 +444,23 @@ struct DeviceEmulator::Impl : DatagramSink {
 
     void handle(const FrameMessage& m) {
         const Request r{m.payload, m.payload ? m.length : std::size_t{0}};
+        const ReplyShape shape = kShapes[m.command];
+        // Every fault decision for this frame's reply is taken before the frame is recorded, so a
+        // test that has seen the frame (waitFor) can re-arm the plan for the next command safely.
+        bool refused = false;
+        std::uint8_t refuseStatus = 0;
+        unsigned delayMs = 0;
+        FrameFaults replyFaults;
+        if (anyFault.load()) {
+            std::lock_guard<std::mutex> g(faultLock);
+            auto it = faults.find(m.command);
+            if (it != faults.end() && shape.size != 0) {
+                refused = take(it->second.refuseTimes);
+                refuseStatus = it->second.refuseStatus;
+                if (take(it->second.delayTimes)) delayMs = it->second.delayMs;
+            }
+            if (shape.size != 0) replyFaults = takeFrameFaults(m.command);
+        }
         {
             std::lock_guard<std::mutex> g(rxLock);
             ReceivedFrame f;
@@ -434,27 +474,14 @@ struct DeviceEmulator::Impl : DatagramSink {
         hostPacked.store((std::uint64_t{1} << 48) | (std::uint64_t{from.address} << 16) |
                          from.port);
 
-        const ReplyShape shape = kShapes[m.command];
         if (shape.size == 0) return;  // 22, 255 and unknown codes are not answered
-
-        bool refused = false;
-        std::uint8_t refuseStatus = 0;
-        unsigned delayMs = 0;
-        if (anyFault.load()) {
-            std::lock_guard<std::mutex> g(faultLock);
-            auto it = faults.find(m.command);
-            if (it != faults.end()) {
-                refused = take(it->second.refuseTimes);
-                refuseStatus = it->second.refuseStatus;
-                if (take(it->second.delayTimes)) delayMs = it->second.delayMs;
-            }
-        }
 
         Outgoing reply;
         reply.code = m.command;
         reply.reply = true;
         reply.sequence = m.sequence;
         reply.to = from;
+        reply.faults = replyFaults;
         reply.payload.assign(shape.size, 0);
         std::vector<Outgoing> before, after;
         // A refused or malformed command changes nothing; its reply still carries the fields.
@@ -541,7 +568,7 @@ struct DeviceEmulator::Impl : DatagramSink {
                     started = true;
                     ++startGeneration;
                     setPoc(kPocNormalActive);
-                    before.push_back({kUploadStatus, false, 0, statusUpload(1, r[0]), {}});
+                    before.push_back({kUploadStatus, false, 0, statusUpload(1, r[0]), {}, {}});
                     wake = true;
                 }
                 break;
@@ -549,7 +576,7 @@ struct DeviceEmulator::Impl : DatagramSink {
                 if (apply) {
                     started = false;
                     setPoc(kPocReady);
-                    before.push_back({kUploadStatus, false, 0, statusUpload(2, r[0]), {}});
+                    before.push_back({kUploadStatus, false, 0, statusUpload(2, r[0]), {}, {}});
                     wake = true;
                 }
                 break;
@@ -675,7 +702,7 @@ struct DeviceEmulator::Impl : DatagramSink {
             for (const auto& [c, channel] : echo) {
                 if (n != 0 && payload.size() + canEntrySize(c) > kMaxUploadPayload) {
                     putLe32(payload.data() + 16, n);
-                    after.push_back({kUploadCan, false, 0, payload, {}});
+                    after.push_back({kUploadCan, false, 0, payload, {}, {}});
                     payload = multiHeader(0);
                     n = 0;
                 }
@@ -683,7 +710,7 @@ struct DeviceEmulator::Impl : DatagramSink {
                 ++n;
             }
             putLe32(payload.data() + 16, n);
-            after.push_back({kUploadCan, false, 0, std::move(payload), {}});
+            after.push_back({kUploadCan, false, 0, std::move(payload), {}, {}});
         }
         return status;
     }
