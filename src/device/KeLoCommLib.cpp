@@ -104,8 +104,11 @@ bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_
                          kEngineTicks);
 }
 
+// Replies usually come back within tens of microseconds: spin that long before sleeping.
+constexpr unsigned kReplySpinMicros = 50;
+
 bool KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
-    return event(code).wait(waitMs);
+    return event(code).wait(waitMs, kReplySpinMicros);
 }
 
 unsigned char KeLoCommLib::command(std::uint8_t code, const void* payload, std::uint16_t length,
@@ -380,7 +383,7 @@ unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeou
     if (!record) return 5;
     while (frCount_.load() == 0) {
         if (!linkOpen_.load()) return 4;
-        if (!event(kUploadFlexRay).wait(timeoutMs)) return 2;
+        if (!event(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (frCount_.load() != 0) break;
         if (!linkOpen_.load()) return 4;
     }
@@ -682,7 +685,7 @@ unsigned char KeLoCommLib::CAN_Receive(unsigned char* record, unsigned int timeo
     if (!record) return 5;
     while (canCount_.load() == 0) {
         if (!canOpened_.load()) return 4;
-        if (!event(kUploadCan).wait(timeoutMs)) return 2;
+        if (!event(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (canCount_.load() != 0) break;
         if (!canOpened_.load()) return 4;
     }

@@ -2,6 +2,7 @@
 // POSIX is the tested branch; the _WIN32 branch uses Winsock 2 and CreateEventW.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -24,16 +25,19 @@ class AutoResetEvent {
 
     void set();
     void reset();
-    // true when signalled, false when timeoutMs elapsed first.
-    bool wait(unsigned int timeoutMs);
+    // true when signalled, false when timeoutMs elapsed first. With spinMicros the waiter first
+    // polls the event for up to that long before it sleeps: a reply that comes back within a few
+    // tens of microseconds then costs no thread wake-up.
+    bool wait(unsigned int timeoutMs, unsigned int spinMicros = 0);
 
   private:
 #ifdef _WIN32
     void* handle_;
 #else
+    bool trySpin(unsigned int spinMicros);
     std::mutex mutex_;
     std::condition_variable cv_;
-    bool signalled_ = false;
+    std::atomic<bool> signalled_{false};
 #endif
 };
 

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <thread>
 
 namespace kelo {
 
@@ -19,23 +20,36 @@ AutoResetEvent::~AutoResetEvent() = default;
 
 void AutoResetEvent::set() {
     {
+        // Set under the lock so a waiter between its check and its sleep cannot miss it.
         std::lock_guard<std::mutex> g(mutex_);
-        signalled_ = true;
+        signalled_.store(true, std::memory_order_release);
     }
     cv_.notify_one();
 }
 
 void AutoResetEvent::reset() {
-    std::lock_guard<std::mutex> g(mutex_);
-    signalled_ = false;
+    signalled_.store(false, std::memory_order_release);
 }
 
-bool AutoResetEvent::wait(unsigned int timeoutMs) {
+bool AutoResetEvent::trySpin(unsigned int spinMicros) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(spinMicros);
+    for (unsigned i = 0;; ++i) {
+        if (signalled_.load(std::memory_order_relaxed) &&
+            signalled_.exchange(false, std::memory_order_acquire))
+            return true;
+        if ((i & 63) == 63) {
+            if (std::chrono::steady_clock::now() >= until) return false;
+            std::this_thread::yield();
+        }
+    }
+}
+
+bool AutoResetEvent::wait(unsigned int timeoutMs, unsigned int spinMicros) {
+    if (signalled_.exchange(false, std::memory_order_acquire)) return true;
+    if (spinMicros != 0 && trySpin(spinMicros)) return true;
     std::unique_lock<std::mutex> g(mutex_);
-    if (!cv_.wait_for(g, std::chrono::milliseconds(timeoutMs), [this] { return signalled_; }))
-        return false;
-    signalled_ = false;
-    return true;
+    return cv_.wait_for(g, std::chrono::milliseconds(timeoutMs),
+                        [this] { return signalled_.exchange(false, std::memory_order_acquire); });
 }
 
 bool netStartup() {

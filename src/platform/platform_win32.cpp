@@ -16,8 +16,16 @@ void AutoResetEvent::set() {
 void AutoResetEvent::reset() {
     ResetEvent(static_cast<HANDLE>(handle_));
 }
-bool AutoResetEvent::wait(unsigned int timeoutMs) {
-    return WaitForSingleObject(static_cast<HANDLE>(handle_), timeoutMs) == WAIT_OBJECT_0;
+bool AutoResetEvent::wait(unsigned int timeoutMs, unsigned int spinMicros) {
+    HANDLE h = static_cast<HANDLE>(handle_);
+    if (spinMicros != 0) {
+        const ULONGLONG until = GetTickCount64() + (spinMicros + 999) / 1000;
+        do {
+            if (WaitForSingleObject(h, 0) == WAIT_OBJECT_0) return true;
+            YieldProcessor();
+        } while (GetTickCount64() < until);
+    }
+    return WaitForSingleObject(h, timeoutMs) == WAIT_OBJECT_0;
 }
 
 bool netStartup() {
