@@ -22,46 +22,48 @@ class FinishedFlag {
     std::atomic<bool> finished_{false};
 };
 
-// Reads datagrams from the device socket and feeds them to the frame parser.
-class threadUDPproc : public QThread {
+// What every worker thread of a device object holds: its owner, a running flag (set before
+// start(), cleared to ask the thread to stop) and the finished flag.
+class DeviceThread : public QThread {
   public:
-    explicit threadUDPproc(KeLoCommLib* owner) : owner_(owner) {}
+    explicit DeviceThread(KeLoCommLib* owner) : owner_(owner) {}
     std::atomic<std::uint8_t> running{0};
     FinishedFlag finished;
 
   protected:
-    void run() override;
-
-  private:
     KeLoCommLib* owner_;
+};
+
+// A worker thread that sleeps on a wake-up event between its rounds.
+class WakeableThread : public DeviceThread {
+  public:
+    using DeviceThread::DeviceThread;
+    kelo::AutoResetEvent wakeUp;
+};
+
+// Reads datagrams from the device socket and feeds them to the frame parser.
+class threadUDPproc : public DeviceThread {
+  public:
+    using DeviceThread::DeviceThread;
+
+  protected:
+    void run() override;
 };
 
 // The 50 ms heartbeat of the protocol engine.
-class threadTFtickproc : public QThread {
+class threadTFtickproc : public WakeableThread {
   public:
-    explicit threadTFtickproc(KeLoCommLib* owner) : owner_(owner) {}
-    std::atomic<std::uint8_t> running{0};
-    FinishedFlag finished;
-    kelo::AutoResetEvent wakeUp;
+    using WakeableThread::WakeableThread;
 
   protected:
     void run() override;
-
-  private:
-    KeLoCommLib* owner_;
 };
 
 // Sends the keep-alive command when nothing else was sent for 15 s.
-class threadKeepAliveproc : public QThread {
+class threadKeepAliveproc : public WakeableThread {
   public:
-    explicit threadKeepAliveproc(KeLoCommLib* owner) : owner_(owner) {}
-    std::atomic<std::uint8_t> running{0};
-    FinishedFlag finished;
-    kelo::AutoResetEvent wakeUp;
+    using WakeableThread::WakeableThread;
 
   protected:
     void run() override;
-
-  private:
-    KeLoCommLib* owner_;
 };

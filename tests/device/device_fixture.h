@@ -19,8 +19,11 @@
 #include "device/KeLoCommLib.h"
 #include "device/command_codes.h"
 #include "emulator.h"
+#include "support/wire_bytes.h"
 
 namespace kelo_test {
+
+using namespace kelo_testing;
 
 // ---- emulator addresses ------------------------------------------------------------------------
 // Every test binds its own 127.0.0.<n> (n in 50..149). The fast and the slow suites run as two
@@ -123,51 +126,6 @@ constexpr int kConcurrentCanTransmit = 148;
 constexpr int kConcurrentReceive = 149;
 }  // namespace host
 
-inline std::string emulatorAddress(int n) {
-    return "127.0.0." + std::to_string(n);
-}
-
-// ---- bytes -------------------------------------------------------------------------------------
-
-using Bytes = std::vector<std::uint8_t>;
-
-inline Bytes le16(std::uint16_t v) {
-    return {std::uint8_t(v), std::uint8_t(v >> 8)};
-}
-inline Bytes le32(std::uint32_t v) {
-    return {std::uint8_t(v), std::uint8_t(v >> 8), std::uint8_t(v >> 16), std::uint8_t(v >> 24)};
-}
-inline Bytes le64(std::uint64_t v) {
-    Bytes b = le32(std::uint32_t(v));
-    Bytes h = le32(std::uint32_t(v >> 32));
-    b.insert(b.end(), h.begin(), h.end());
-    return b;
-}
-inline Bytes zeros(std::size_t n) {
-    return Bytes(n, 0);
-}
-// n bytes counting up from `first` (wrapping), so that every byte of a record is distinct.
-inline Bytes ramp(std::size_t n, std::uint8_t first) {
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i)
-        b[i] = std::uint8_t(first + i);
-    return b;
-}
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts)
-        out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
-
-inline std::uint16_t rd16(const std::uint8_t* p) {
-    return std::uint16_t(p[0] | (p[1] << 8));
-}
-inline std::uint32_t rd32(const std::uint8_t* p) {
-    return std::uint32_t(p[0]) | (std::uint32_t(p[1]) << 8) | (std::uint32_t(p[2]) << 16) |
-           (std::uint32_t(p[3]) << 24);
-}
-
 // ---- time --------------------------------------------------------------------------------------
 
 class Stopwatch {
@@ -193,23 +151,6 @@ inline bool finishesWithin(std::chrono::milliseconds limit, std::function<void()
         done->set_value();
     }).detach();
     return f.wait_for(limit) == std::future_status::ready;
-}
-
-// ---- frames the host sent ----------------------------------------------------------------------
-
-// Host frames in arrival order, keep-alives left out.
-inline std::vector<kelo::emu::ReceivedFrame> commandsSent(const kelo::emu::DeviceEmulator& emu) {
-    std::vector<kelo::emu::ReceivedFrame> out;
-    for (auto& f : emu.received())
-        if (f.command != kelo::kCmdKeepAlive) out.push_back(f);
-    return out;
-}
-
-inline std::vector<Bytes> payloadsOf(const kelo::emu::DeviceEmulator& emu, std::uint8_t command) {
-    std::vector<Bytes> out;
-    for (auto& f : emu.received(command))
-        out.push_back(f.payload);
-    return out;
 }
 
 // ---- an emulator with a device object opened on it ---------------------------------------------

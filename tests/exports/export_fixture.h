@@ -22,8 +22,11 @@
 #include "device/command_codes.h"
 #include "emulator.h"
 #include "exports/device_table.h"
+#include "support/wire_bytes.h"
 
 namespace kelo_export_test {
+
+using namespace kelo_testing;
 
 // ---- emulator addresses ------------------------------------------------------------------------
 // Each test binds its own 127.0.0.<n> (n in 150..199): the fast and the slow suites run as two
@@ -60,73 +63,6 @@ constexpr int kCanDataLengths = 179;
 constexpr int kCanFramesAvailable = 180;
 constexpr int kFlexRayFramesAvailable = 181;
 }  // namespace host
-
-inline std::string emulatorAddress(int n) {
-    return "127.0.0." + std::to_string(n);
-}
-
-// ---- bytes -------------------------------------------------------------------------------------
-
-using Bytes = std::vector<std::uint8_t>;
-
-inline Bytes le16(std::uint16_t v) {
-    return {std::uint8_t(v), std::uint8_t(v >> 8)};
-}
-inline Bytes le32(std::uint32_t v) {
-    return {std::uint8_t(v), std::uint8_t(v >> 8), std::uint8_t(v >> 16), std::uint8_t(v >> 24)};
-}
-inline Bytes zeros(std::size_t n) {
-    return Bytes(n, 0);
-}
-// n bytes counting up from `first` (wrapping), so that every byte of a record is distinct.
-inline Bytes ramp(std::size_t n, std::uint8_t first) {
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i)
-        b[i] = std::uint8_t(first + i);
-    return b;
-}
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts)
-        out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
-inline Bytes bytesOf(const void* p, std::size_t n) {
-    const auto* b = static_cast<const std::uint8_t*>(p);
-    return Bytes(b, b + n);
-}
-
-// Compares two byte strings and names the first difference.
-inline ::testing::AssertionResult sameBytes(const Bytes& actual, const Bytes& expected) {
-    if (actual == expected) return ::testing::AssertionSuccess();
-    std::ostringstream out;
-    out << "sizes " << actual.size() << " / " << expected.size();
-    for (std::size_t i = 0; i < actual.size() && i < expected.size(); ++i) {
-        if (actual[i] != expected[i]) {
-            out << ", first difference at byte " << i << ": 0x" << std::hex << int(actual[i])
-                << " instead of 0x" << int(expected[i]);
-            break;
-        }
-    }
-    return ::testing::AssertionFailure() << out.str();
-}
-
-// ---- frames the host sent ----------------------------------------------------------------------
-
-// Host frames in arrival order, keep-alives left out.
-inline std::vector<kelo::emu::ReceivedFrame> commandsSent(const kelo::emu::DeviceEmulator& emu) {
-    std::vector<kelo::emu::ReceivedFrame> out;
-    for (auto& f : emu.received())
-        if (f.command != kelo::kCmdKeepAlive) out.push_back(f);
-    return out;
-}
-
-inline std::vector<int> codesOf(const std::vector<kelo::emu::ReceivedFrame>& frames) {
-    std::vector<int> out;
-    for (const auto& f : frames)
-        out.push_back(f.command);
-    return out;
-}
 
 // ---- the device table --------------------------------------------------------------------------
 
