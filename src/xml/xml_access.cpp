@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
 #include <cstring>
 
 namespace kelo {
@@ -9,7 +10,11 @@ namespace xml {
 
 namespace {
 
-constexpr unsigned kParseOptions = pugi::parse_default;
+// A text that is an element's first content is kept in the element itself (no text node of its
+// own): most FIBEX items are leaves with one text, so this saves a node per item.
+// Fragment mode keeps text outside the document element as nodes, so that it can be refused.
+constexpr unsigned kParseOptions =
+    pugi::parse_default | pugi::parse_embed_pcdata | pugi::parse_fragment;
 
 inline bool nameIs(Element e, std::string_view name) {
     const char* n = e.name();
@@ -50,6 +55,168 @@ inline QString qtText(const std::string& text) {
     return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
 }
 
+// ---- well-formedness that pugixml does not check ---------------------------------------------
+
+// The raw file as a sequence of code units, in the encoding pugixml will detect for it (byte-order
+// mark or the zero bytes around the first '<'); 8-bit encodings are read byte by byte.
+class RawText {
+  public:
+    RawText(const void* data, std::size_t size)
+        : bytes_(static_cast<const unsigned char*>(data)), size_(size) {
+        const unsigned char* b = bytes_;
+        if (size >= 4 && b[0] == 0 && b[1] == 0 && (b[2] == 0xFE || b[2] == 0)) {
+            width_ = 4;  // UTF-32 big endian
+        } else if (size >= 4 && b[1] == 0 && b[2] == 0 && b[3] == 0) {
+            width_ = 4, little_ = true;
+        } else if (size >= 4 && b[0] == 0xFF && b[1] == 0xFE && b[2] == 0 && b[3] == 0) {
+            width_ = 4, little_ = true;
+        } else if (size >= 2 && ((b[0] == 0xFE && b[1] == 0xFF) || (b[0] == 0 && b[1] != 0))) {
+            width_ = 2;
+        } else if (size >= 2 && ((b[0] == 0xFF && b[1] == 0xFE) || (b[0] != 0 && b[1] == 0))) {
+            width_ = 2, little_ = true;
+        }
+        count_ = size_ / width_;
+    }
+    std::size_t size() const { return count_; }
+    std::uint32_t operator[](std::size_t i) const {
+        if (i >= count_) return 0;
+        const unsigned char* u = bytes_ + i * width_;
+        std::uint32_t value = 0;
+        for (std::size_t k = 0; k < width_; ++k)
+            value = (value << 8) | u[little_ ? width_ - 1 - k : k];
+        return value;
+    }
+    // Position of the next unit equal to c at or after i, or size().
+    std::size_t find(std::uint32_t c, std::size_t i) const {
+        if (width_ == 1) {
+            if (i >= count_) return count_;
+            const void* hit = std::memchr(bytes_ + i, static_cast<int>(c), count_ - i);
+            return hit ? static_cast<const unsigned char*>(hit) - bytes_ : count_;
+        }
+        while (i < count_ && (*this)[i] != c)
+            ++i;
+        return i;
+    }
+    bool startsWith(std::size_t i, const char* ascii) const {
+        for (; *ascii; ++ascii, ++i)
+            if ((*this)[i] != static_cast<unsigned char>(*ascii)) return false;
+        return true;
+    }
+
+  private:
+    const unsigned char* bytes_;
+    std::size_t size_;
+    std::size_t width_ = 1;
+    bool little_ = false;
+    std::size_t count_ = 0;
+};
+
+// True when the reference at i ('&') is a predefined entity or a character reference.
+bool knownReference(const RawText& text, std::size_t i) {
+    static const char* const kNames[] = {"&lt;", "&gt;", "&amp;", "&apos;", "&quot;"};
+    for (const char* name : kNames)
+        if (text.startsWith(i, name)) return true;
+    if (text[i + 1] != '#') return false;
+    std::size_t k = i + 2;
+    const bool hex = text[k] == 'x';
+    if (hex) ++k;
+    const std::size_t first = k;
+    for (;; ++k) {
+        const std::uint32_t c = text[k];
+        const bool digit =
+            (c >= '0' && c <= '9') || (hex && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')));
+        if (!digit) break;
+    }
+    return k > first && text[k] == ';';
+}
+
+// End (one past) of the comment, CDATA section, processing instruction or document type
+// declaration that starts with the '<' at i; i itself when none starts there.
+std::size_t markupEnd(const RawText& text, std::size_t i) {
+    const auto endOf = [&text](std::size_t from, const char* close) {
+        for (std::size_t k = text.find(static_cast<unsigned char>(close[0]), from); k < text.size();
+             k = text.find(static_cast<unsigned char>(close[0]), k + 1))
+            if (text.startsWith(k, close)) return k + std::strlen(close);
+        return text.size();
+    };
+    if (text.startsWith(i, "<!--")) return endOf(i + 4, "-->");
+    if (text.startsWith(i, "<![CDATA[")) return endOf(i + 9, "]]>");
+    if (text.startsWith(i, "<?")) return endOf(i + 2, "?>");
+    if (text.startsWith(i, "<!DOCTYPE")) {
+        int depth = 0;  // an internal subset in brackets may hold '>'
+        for (std::size_t k = i + 9; k < text.size(); ++k) {
+            const std::uint32_t c = text[k];
+            if (c == '[') ++depth;
+            if (c == ']') --depth;
+            if (c == '>' && depth <= 0) return k + 1;
+        }
+        return text.size();
+    }
+    return i;
+}
+
+// Every '&' in content and attribute values must start a predefined entity or a character
+// reference (pugixml keeps an unknown one as text). The markup that may hold a bare '&' is
+// located only when such an '&' is met, so a file without one is scanned once for '&'.
+bool referencesDeclared(const void* data, std::size_t size) {
+    const RawText text(data, size);
+    std::size_t markup = 0;  // everything before this is sorted into markup and the rest
+    for (std::size_t amp = text.find('&', 0); amp < text.size(); amp = text.find('&', amp + 1)) {
+        if (knownReference(text, amp)) continue;
+        bool inside = false;
+        while (markup <= amp) {
+            const std::size_t open = text.find('<', markup);
+            if (open > amp) {
+                markup = amp + 1;
+                break;
+            }
+            const std::size_t end = markupEnd(text, open);
+            markup = end > open ? end : open + 1;
+            if (end > amp) inside = end > open;
+        }
+        if (!inside) return false;
+        amp = markup > amp ? markup - 1 : amp;
+    }
+    return true;
+}
+
+// Exactly one element and no text at the top level.
+bool topLevelWellFormed(const pugi::xml_document& doc) {
+    int elements = 0;
+    for (pugi::xml_node n = doc.first_child(); n; n = n.next_sibling()) {
+        const pugi::xml_node_type type = n.type();
+        if (type == pugi::node_pcdata || type == pugi::node_cdata) return false;
+        if (type == pugi::node_element) ++elements;
+    }
+    return elements == 1;
+}
+
+// No element gives an attribute twice.
+class RepeatedAttributeFinder : public pugi::xml_tree_walker {
+  public:
+    bool found = false;
+    bool for_each(pugi::xml_node& node) override {
+        const pugi::xml_attribute first = node.first_attribute();
+        if (!first || !first.next_attribute()) return true;
+        names_.clear();
+        for (pugi::xml_attribute a = first; a; a = a.next_attribute())
+            names_.emplace_back(a.name());
+        std::sort(names_.begin(), names_.end());
+        found = std::adjacent_find(names_.begin(), names_.end()) != names_.end();
+        return !found;
+    }
+
+  private:
+    std::vector<std::string_view> names_;
+};
+
+bool parsedWellFormed(pugi::xml_document& doc) {
+    if (!topLevelWellFormed(doc)) return false;
+    RepeatedAttributeFinder finder;
+    doc.traverse(finder);
+    return !finder.found;
+}
+
 }  // namespace
 
 // ---- document ------------------------------------------------------------------------------
@@ -70,9 +237,13 @@ int Document::loadFile(const QString& path) {
         pugi::get_memory_deallocation_function()(buffer);
         return kCannotOpen;
     }
+    if (!referencesDeclared(buffer, static_cast<std::size_t>(size))) {
+        pugi::get_memory_deallocation_function()(buffer);
+        return kMalformed;
+    }
     pugi::xml_parse_result result = doc_.load_buffer_inplace_own(
         buffer, static_cast<std::size_t>(size), kParseOptions, pugi::encoding_auto);
-    if (!result || !doc_.document_element()) {
+    if (!result || !parsedWellFormed(doc_)) {
         doc_.reset();
         return kMalformed;
     }
@@ -81,9 +252,10 @@ int Document::loadFile(const QString& path) {
 
 int Document::loadText(std::string_view text) {
     doc_.reset();
+    if (!referencesDeclared(text.data(), text.size())) return kMalformed;
     pugi::xml_parse_result result =
         doc_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_auto);
-    if (!result || !doc_.document_element()) {
+    if (!result || !parsedWellFormed(doc_)) {
         doc_.reset();
         return kMalformed;
     }
@@ -180,8 +352,14 @@ std::string textContent(Element element) {
     if (!element) return text;
     if (element.type() == pugi::node_pcdata || element.type() == pugi::node_cdata)
         return element.value();
-    for (pugi::xml_node n = element.first_child(); n; n = nextInSubtree(n, element))
-        if (n.type() == pugi::node_pcdata || n.type() == pugi::node_cdata) text += n.value();
+    // An element's value is the text that came first inside it (see kParseOptions), so adding it
+    // before the element's children keeps document order.
+    if (element.type() == pugi::node_element) text += element.value();
+    for (pugi::xml_node n = element.first_child(); n; n = nextInSubtree(n, element)) {
+        const pugi::xml_node_type type = n.type();
+        if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_element)
+            text += n.value();
+    }
     return text;
 }
 
@@ -194,11 +372,16 @@ std::string trimSpaces(std::string_view text) {
     return std::string(text.substr(begin, end - begin));
 }
 
+// Qt reports a value out of range with ok = false but still returns infinity: such text is 0.
 float toFloat(const std::string& text) {
-    return qtText(text).toFloat();
+    bool ok = false;
+    const float value = qtText(text).toFloat(&ok);
+    return ok ? value : 0.0f;
 }
 double toDouble(const std::string& text) {
-    return qtText(text).toDouble();
+    bool ok = false;
+    const double value = qtText(text).toDouble(&ok);
+    return ok ? value : 0.0;
 }
 std::uint32_t toUnsigned(const std::string& text) {
     return qtText(text).toUInt();
