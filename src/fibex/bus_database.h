@@ -8,6 +8,8 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <memory_resource>
 #include <string>
 #include <utility>
 #include <vector>
@@ -101,8 +103,11 @@ struct Signal {
     // the coding named by CODING-REF, resolved through the codings map (null when the signal
     // had none, e.g. a synthetic update-bit signal).
     const Coding* coding = nullptr;
-    // The frames that carry the signal: first = the frame carrying the signal's PDU; second =
-    // for an update-bit ("_UB") signal, the frame of its parent signal. Null when unknown.
+    // The frames that carry the signal, set by the reader after the frame step. frame = the
+    // first frame (document order) with a PDU instance of the signal's PDU (the one pduId
+    // names); secondFrame = the next such frame when that PDU is carried by more than one. An
+    // update-bit ("_UB") signal has no PDU of its own: both point at its parent's frame. Null
+    // when unknown, e.g. for every signal of a file read without a PDU step (before 3.0).
     const Frame* frame = nullptr;
     const Frame* secondFrame = nullptr;
 };
@@ -301,29 +306,53 @@ struct Cluster {
 // Frame names by slot and cycle: 64 cycle columns per slot identifier.
 using CycleNames = std::array<std::string, 64>;
 
+// An ordered map from a text key (compared bytewise) to a record. The entries of a database's
+// maps are allocated from the database's own memory pool (see BusDatabase); the keys and the
+// records' own texts and lists use the ordinary heap.
+template <typename T>
+using RecordMap = std::pmr::map<std::string, T>;
+
 class BusDatabase {
+    // The pool the entries of the record maps come from: a database is filled once and then
+    // only read, so entries are taken one after the other from large blocks and given back all
+    // at once by Clear (or with the database). An entry erased on its own is given back then
+    // too. Declared first: it outlives the maps.
+    std::unique_ptr<std::pmr::monotonic_buffer_resource> pool_;
+
   public:
-    std::map<std::string, Ecu> ecusByName;
-    std::map<std::string, Unit> units;
-    std::map<std::string, Coding> codings;
-    std::map<std::string, Signal> signals;
-    std::map<std::string, Signal*> signalsByName;
-    std::map<std::string, SignalInstance> signalInstances;
-    std::map<std::string, Pdu> pdus;
-    std::map<std::string, PduInstance> pduInstances;
-    std::map<std::string, Frame> frames;
-    std::map<std::string, Frame*> framesByName;
-    std::map<std::string, PduTriggering> pduTriggerings;
-    std::map<std::string, FrameTriggering> frameTriggerings;
-    std::map<std::string, Channel> channels;
-    std::map<std::string, Controller> controllers;
-    std::map<std::string, Port> inputPorts;
-    std::map<std::string, Port> outputPorts;
-    std::map<std::string, Connector> connectors;
-    std::map<std::string, Ecu> ecus;
+    BusDatabase();
+    // A copy has a pool of its own; copying or moving between databases copies or moves the
+    // records into the target's pool.
+    BusDatabase(const BusDatabase& other);
+    BusDatabase(BusDatabase&& other);
+    BusDatabase& operator=(const BusDatabase& other);
+    BusDatabase& operator=(BusDatabase&& other);
+    ~BusDatabase();
+
+    RecordMap<Ecu> ecusByName;
+    RecordMap<Unit> units;
+    RecordMap<Coding> codings;
+    RecordMap<Signal> signals;
+    RecordMap<Signal*> signalsByName;
+    RecordMap<SignalInstance> signalInstances;
+    RecordMap<Pdu> pdus;
+    RecordMap<PduInstance> pduInstances;
+    RecordMap<Frame> frames;
+    RecordMap<Frame*> framesByName;
+    RecordMap<PduTriggering> pduTriggerings;
+    RecordMap<FrameTriggering> frameTriggerings;
+    RecordMap<Channel> channels;
+    RecordMap<Controller> controllers;
+    RecordMap<Port> inputPorts;
+    RecordMap<Port> outputPorts;
+    RecordMap<Connector> connectors;
+    RecordMap<Ecu> ecus;
     std::vector<std::pair<std::string, Ecu>> ecuList;
-    std::map<std::string, Cluster> clusters;
-    // Slot identifier -> frame name per cycle (filled after the channel step).
+    RecordMap<Cluster> clusters;
+    // Slot identifier -> frame name per cycle, filled after the channel step: a frame with a
+    // slot other than 0 occupies cycles baseCycle, baseCycle + r, ... below 64, r being its
+    // cycleRepetition (0 counts as 1, every cycle); the first frame in document order keeps a
+    // cell that two frames claim.
     std::map<std::uint16_t, CycleNames> frameNamesBySlot;
 
     bool loaded = false;
