@@ -1,8 +1,9 @@
 #ifdef _WIN32
 #include "platform/platform.h"
 
-#include <windows.h>
+// Winsock 2 first: <windows.h> would otherwise pull in the old winsock.h.
 #include <winsock2.h>
+#include <windows.h>
 
 namespace kelo {
 
