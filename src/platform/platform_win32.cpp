@@ -2,8 +2,10 @@
 #include "platform/platform.h"
 
 // Winsock 2 first: <windows.h> would otherwise pull in the old winsock.h.
+// clang-format off
 #include <winsock2.h>
 #include <windows.h>
+// clang-format on
 
 namespace kelo {
 
