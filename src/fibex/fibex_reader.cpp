@@ -3,9 +3,6 @@
 #include <QString>
 #include <algorithm>
 #include <charconv>
-#include <chrono>   // TEMP-TIMING
-#include <cstdio>   // TEMP-TIMING
-#include <cstdlib>  // TEMP-TIMING
 #include <cstring>
 #include <functional>
 #include <initializer_list>
@@ -741,13 +738,7 @@ int FibexReader::RunSteps() {
     // A failing step runs once more on the same document; the second run's code is returned.
     using Step = int (FibexReader::*)();
     const auto run = [this](Step step) {
-        auto t0 = std::chrono::steady_clock::now();  // TEMP-TIMING
         const int code = (this->*step)();
-        if (std::getenv("KELO_STEP_TIMING"))
-            std::fprintf(
-                stderr, "%.1f ",
-                std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
-                    .count());  // TEMP-TIMING
         return code == 0 ? 0 : (this->*step)();
     };
     int code = 0;
