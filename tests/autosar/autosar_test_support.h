@@ -48,6 +48,15 @@ std::vector<std::string> keysOf(const Map& map) {
 
 using Names = std::vector<std::string>;
 
+// The names of the records a list of links points at ("<null>" for a null link).
+template <class Record>
+Names namesOf(const std::vector<Record*>& links) {
+    Names out;
+    for (const Record* link : links)
+        out.push_back(link ? link->name : "<null>");
+    return out;
+}
+
 // An ARXML document: the root with a schema location and the given package text.
 inline std::string arxml(const std::string& packages,
                          const std::string& schema = "AUTOSAR_4-2-2.xsd") {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "autosar/autosar_test_support.h"
+#include "xml/diagnostics.h"
 
 namespace {
 
@@ -205,6 +206,19 @@ TEST_F(AutosarTest, DocumentWithoutAutosarRootReadsNothing) {
                        "</AR-PACKAGES></OTHER>"),
               0);
     EXPECT_TRUE(db.units.empty());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(AutosarQuietBuild, AReadWithFaultsPrintsNothing) {
+    if (kelo::xml::kDiagnosticsOn) GTEST_SKIP() << "this build prints diagnostics";
+    kelo_test::AutoSarReader reader;
+    ::testing::internal::CaptureStdout();
+    reader.ReadAUTOSARData(kelo_test::autosarFile("pdus-kinds-update-bits-timing-4.2.arxml"));
+    reader.ReadAUTOSARData(kelo_test::autosarFile("schema-4.3-refused.arxml"));
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
 }  // namespace
