@@ -146,11 +146,7 @@ void BusDatabase::Clear() {
 }
 
 const std::string& BusDatabase::frameNameAt(std::uint16_t slot, std::uint8_t cycle) const {
-    static const std::string kNone;
-    if (cycle >= 64) return kNone;
-    const auto it = frameNamesBySlot.find(slot);
-    if (it == frameNamesBySlot.end()) return kNone;
-    return it->second[cycle];
+    return xml::frameNameAt(frameNamesBySlot, slot, cycle);
 }
 
 }  // namespace fibex

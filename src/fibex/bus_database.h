@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "xml/slot_table.h"
+
 namespace kelo {
 namespace fibex {
 
@@ -303,8 +305,9 @@ struct Cluster {
     std::string applicationProtocol;
 };
 
-// Frame names by slot and cycle: 64 cycle columns per slot identifier.
-using CycleNames = std::array<std::string, 64>;
+// Frame names by slot and cycle: 64 cycle columns per slot identifier (shared with the AUTOSAR
+// reader).
+using CycleNames = xml::CycleNames;
 
 // An ordered map from a text key (compared bytewise) to a record. The entries of a database's
 // maps are allocated from the database's own memory pool (see BusDatabase); the keys and the
@@ -353,7 +356,7 @@ class BusDatabase {
     // slot other than 0 occupies cycles baseCycle, baseCycle + r, ... below 64, r being its
     // cycleRepetition (0 counts as 1, every cycle); the first frame in document order keeps a
     // cell that two frames claim.
-    std::map<std::uint16_t, CycleNames> frameNamesBySlot;
+    xml::FrameNameTable frameNamesBySlot;
 
     bool loaded = false;
     std::int32_t versionCode = -1;

@@ -1695,14 +1695,9 @@ void FibexReader::LinkSignalsToFrames() {
 void FibexReader::BuildSlotTable() {
     database.frameNamesBySlot.clear();
     for (const Frame* frame : frameOrder_) {
-        if (frame->slotId == 0 || frame->shortName.empty()) continue;
-        const unsigned repetition = frame->cycleRepetition == 0 ? 1u : frame->cycleRepetition;
-        CycleNames* cycles = nullptr;
-        for (unsigned cycle = frame->baseCycle; cycle < 64; cycle += repetition) {
-            if (!cycles) cycles = &database.frameNamesBySlot[frame->slotId];
-            // The first frame (in document order) that claims a slot and cycle keeps it.
-            if ((*cycles)[cycle].empty()) (*cycles)[cycle] = frame->shortName;
-        }
+        // The first frame (in document order) that claims a slot and cycle keeps it.
+        xml::enterFrameName(database.frameNamesBySlot, frame->slotId, frame->baseCycle,
+                            frame->cycleRepetition, frame->shortName);
     }
 }
 

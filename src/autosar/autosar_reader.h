@@ -1,0 +1,120 @@
+// AutoSarReader: reads one AUTOSAR system description (releases 4.1 and 4.2) into a
+// tAutoSarDatabase of its own.
+//
+// LoadFile parses the file, takes the release from the schema file named in
+// xsi:schemaLocation and runs the ten parse steps in a fixed order (units, compu-methods,
+// ports, system signals, signal mappings, I-signals, PDUs, frames, ECUs, clusters). A failing
+// step runs a second time and that run's code is returned; later steps do not run. Every
+// numbered report goes through KELO_INFO / KELO_ERROR (silent unless the build switches
+// diagnostics on). Which packages each step reads is in docs/databases.md.
+#pragma once
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "autosar/autosar_database.h"
+#include "xml/xml_access.h"
+
+namespace kelo {
+namespace autosar {
+
+using xml::Element;
+using ElementList = std::vector<Element>;
+
+// The part of `text` after the count-th separator counted from the end (count 1: after the
+// last one); the whole text when there are fewer separators or count is 0.
+std::string LastSegment(std::string_view text, char separator, unsigned count);
+
+// Path access with the "NAME[@ATTR='VALUE']" predicate. 0 found, 4 empty path, 5 not found.
+int GetElement(Element start, std::string_view path, Element& out);
+// Every element named like the last part below the element the other parts lead to.
+// 0 (an empty list too), 4 empty path, 5 an intermediate element missing.
+int GetElements(Element start, std::string_view path, ElementList& out);
+
+// Typed readers of the text of the element at `path` below `parent`. The "default" forms
+// return the default when the element is missing; the out forms write only when it is found
+// and return whether it was. Text that is not a number converts to 0. The default of the
+// GetUIntValue and GetBoolValue forms is taken by const reference so that a variable picks the
+// out form and a value the default form.
+float GetFloatValue(Element parent, std::string_view path, float fallback);
+double GetDoubleValue(Element parent, std::string_view path, double fallback);  // float precision
+std::uint32_t GetUIntValue(Element parent, std::string_view path, const std::uint32_t& fallback);
+std::uint64_t GetHexValue(Element parent, std::string_view path, std::uint64_t fallback);
+bool GetUIntValue(Element parent, std::string_view path, std::uint32_t& out);
+bool GetUShortValue(Element parent, std::string_view path, std::uint16_t& out);
+bool GetBoolValue(Element parent, std::string_view path, const bool& fallback);
+bool GetBoolValue(Element parent, std::string_view path, bool& out);
+bool GetStringValue(Element parent, std::string_view path, std::string& out, bool trim);
+bool GetAttributeValue(Element parent, std::string_view path, const char* attribute,
+                       std::string& out, bool trim);
+bool GetBoolAttributeValue(Element parent, std::string_view path, const char* attribute, bool& out);
+
+class AutoSarReader {
+  public:
+    // Creates the database; loads the file when the name is not empty.
+    explicit AutoSarReader(const std::string& fileName = std::string());
+    ~AutoSarReader();
+    AutoSarReader(const AutoSarReader&) = delete;
+    AutoSarReader& operator=(const AutoSarReader&) = delete;
+
+    bool IsLoaded() const { return loaded; }
+    const char* GetFileName() const { return fileName.c_str(); }
+    // Empties the database and loads the file; an empty name changes nothing.
+    void ReadAUTOSARData(const std::string& fileName);
+    // 0; 2 cannot open (or a step's code); 3 malformed XML; 7 release not supported; or the
+    // second run's code of a failing step.
+    int LoadFile(const std::string& fileName);
+    // LoadFile's work on a document given as text (fileName is left as it is); for tests and
+    // tools. Does not empty the database.
+    int LoadText(std::string_view text);
+
+    // The parse steps, in the order LoadFile runs them. Each reads the kept document.
+    int ParseUnits();
+    int ParseCompuMethods();
+    int ParsePorts();
+    int ParseSystemSignals();
+    int ParseSignalMappings();
+    int ParseSignals();
+    int ParsePDUs();
+    int ParseFrames();
+    int ParseECUs();
+    int ParseClusters();
+
+    tAutoSarDatabase& Database() { return *database; }
+    const tAutoSarDatabase& Database() const { return *database; }
+
+    std::unique_ptr<tAutoSarDatabase> database;
+    std::string fileName;
+    xml::Document document;
+    bool loaded = false;
+
+  private:
+    int ReadDocument();
+    // Every AR-PACKAGE below the root's first AR-PACKAGES, in document order (computed once
+    // per document).
+    const ElementList& Packages();
+    // The elements at `path` in the first package that holds any.
+    ElementList FirstPackageWith(std::string_view path);
+    // The nested package Q (below a package P with at least `minimum` nested packages) whose
+    // first `path` list is non-empty; a null element when none.
+    Element FirstNestedPackageWith(std::initializer_list<std::string_view> paths,
+                                   std::size_t minimum);
+    void ReadSignal(Element element);
+    void ReadISignalIPdu(Element element);
+    void ReadOtherPdu(Element element, std::uint16_t type);
+    void ReadFrame(Element element);
+    int ReadEcu(Element element);
+    int ReadCluster(Element element);
+    void ReadChannel(Element element, tAutoSarClusterConfig& cluster);
+    void ReadBaseTypes();
+
+    ElementList packages_;
+    bool packagesRead_ = false;
+    tAutoSarMap<bool> signedBaseTypes_;  // SW-BASE-TYPE name -> encoding "2C"
+};
+
+}  // namespace autosar
+}  // namespace kelo

@@ -1,0 +1,306 @@
+// ECU instances with their FlexRay controllers, connectors and ports; FlexRay clusters with
+// their parameters, channels and triggerings; frame schedules and the slot-by-cycle table.
+#include <gtest/gtest.h>
+
+#include "autosar/autosar_test_support.h"
+
+namespace {
+
+using namespace kelo_test;
+using kelo::autosar::tAutoSarPortKind;
+
+class CycleForms : public AutosarTest {
+  protected:
+    void SetUp() override { loadOk("ecus-and-cluster-cycle-forms-4.1.arxml"); }
+};
+
+TEST_F(CycleForms, ControllerParameters) {
+    const auto& a = at(db.controllers, "NodeA/NodeA_CC");
+    EXPECT_EQ(a.name, "NodeA_CC");
+    EXPECT_EQ(a.ecuName, "NodeA");
+    EXPECT_EQ(a.acceptedStartupRange, 212u);
+    EXPECT_TRUE(a.allowHaltDueToClock);
+    EXPECT_EQ(a.allowPassiveToActive, 10u);
+    EXPECT_EQ(a.clusterDriftDamping, 2u);
+    EXPECT_EQ(a.decodingCorrection, 56u);
+    EXPECT_EQ(a.delayCompensationA, 3u);
+    EXPECT_EQ(a.delayCompensationB, 4u);
+    EXPECT_EQ(a.keySlotId, 2u);
+    EXPECT_TRUE(a.keySlotUsedForStartup);
+    EXPECT_TRUE(a.keySlotUsedForSync);
+    EXPECT_FALSE(a.keySlotOnlyEnabled);
+    EXPECT_EQ(a.latestTx, 249u);
+    EXPECT_EQ(a.listenTimeout, 401202u);
+    EXPECT_EQ(a.macroInitialOffsetA, 7u);
+    EXPECT_EQ(a.macroInitialOffsetB, 8u);
+    EXPECT_EQ(a.maxDrift, 601u);
+    EXPECT_EQ(a.maxDynamicPayloadLength, 127u);
+    EXPECT_EQ(a.microInitialOffsetA, 23u);
+    EXPECT_EQ(a.microInitialOffsetB, 24u);
+    EXPECT_EQ(a.microPerCycle, 200000u);
+    EXPECT_EQ(a.microtickDuration, static_cast<double>(2.5e-8f));
+    EXPECT_EQ(a.offsetCorrectionOut, 127u);
+    EXPECT_EQ(a.rateCorrectionOut, 601u);
+    EXPECT_EQ(a.samplesPerMicrotick, 2u);
+    EXPECT_EQ(a.wakeUpPattern, 33u);
+    EXPECT_EQ(a.channelMask, 3) << "its connector is on channels A and B";
+    EXPECT_EQ(a.wakeUpChannel, 1) << "the wake-up connector's first channel";
+
+    const auto& b = at(db.controllers, "NodeB/NodeB_CC");
+    EXPECT_EQ(b.keySlotId, 3u);
+    EXPECT_FALSE(b.keySlotUsedForStartup);
+    EXPECT_EQ(b.channelMask, 1);
+    EXPECT_EQ(b.wakeUpChannel, 0);
+}
+
+TEST_F(CycleForms, EcusConnectorsAndPorts) {
+    const auto& a = at(db.ecus, "NodeA");
+    EXPECT_EQ(a.description, "NodeA node");
+    ASSERT_EQ(a.controllers.size(), 1u);
+    EXPECT_EQ(a.controllers[0], find(db.controllers, "NodeA/NodeA_CC"));
+    ASSERT_EQ(a.connectors.size(), 1u);
+    const auto& connector = *a.connectors[0];
+    EXPECT_EQ(connector.key, "NodeA/NodeA_Conn");
+    EXPECT_EQ(connector.controller, a.controllers[0]);
+    EXPECT_TRUE(connector.wakeUpChannel);
+    EXPECT_EQ(connector.channelKeys, (Names{"Backbone/ChannelA", "Backbone/ChannelB"}));
+    EXPECT_EQ(connector.channelMask, 3);
+    ASSERT_EQ(connector.ports.size(), 7u);
+    const auto& port = *connector.ports[0];
+    EXPECT_EQ(port.key, "NodeA/NodeA_Conn/FP_FlatNumber");
+    EXPECT_EQ(port.kind, tAutoSarPortKind::Frame);
+    EXPECT_EQ(port.direction, "OUT");
+    EXPECT_FALSE(port.isInput);
+    EXPECT_TRUE(at(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput);
+
+    EXPECT_EQ(a.sentFrames, (Names{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
+    EXPECT_EQ(a.receivedFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
+    EXPECT_EQ(at(db.ecus, "NodeB").sentFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
+
+    const auto& bare = at(db.ecus, "Bare");
+    EXPECT_TRUE(bare.controllers.empty());
+    EXPECT_TRUE(bare.connectors.empty());
+}
+
+TEST_F(CycleForms, FrameSchedulesFromEveryForm) {
+    const struct {
+        const char* frame;
+        std::uint16_t slot;
+        std::uint8_t base, repetition;
+        std::uint16_t channels;
+    } cases[] = {
+        {"FlatNumber", 2, 0, 4, 1},    // BASE-CYCLE and CYCLE-REPETITION in the timing
+        {"NestedNumber", 3, 1, 2, 1},  // COMMUNICATION-CYCLE/CYCLE-REPETITION/{...}, a number
+        {"NestedEnum", 4, 3, 16, 1},   // "CYCLE-REPETITION-16"
+        {"Counter", 5, 7, 64, 1},      // a single cycle
+        {"NoTiming", 0, 0, 0, 1},      // no absolutely scheduled timing
+        {"Claimer", 2, 0, 1, 1},
+        {"TwoChannels", 9, 0, 1, 3},  // first triggering with a slot, channels ORed
+    };
+    for (const auto& c : cases) {
+        const auto& frame = at(db.frames, c.frame);
+        EXPECT_EQ(frame.slotId, c.slot) << c.frame;
+        EXPECT_EQ(frame.baseCycle, c.base) << c.frame;
+        EXPECT_EQ(frame.cycleRepetition, c.repetition) << c.frame;
+        EXPECT_EQ(frame.channelMask, c.channels) << c.frame;
+        EXPECT_EQ(frame.clusterName, "Backbone") << c.frame;
+    }
+    EXPECT_EQ(at(db.frames, "FlatNumber").senderEcus, (Names{"NodeA"}));
+    EXPECT_EQ(at(db.frames, "FlatNumber").receiverEcus, (Names{"NodeB"}));
+    EXPECT_EQ(at(db.frameTriggerings, "Backbone/ChannelA/FT_NoTiming_A").cycleRepetition, 1);
+    EXPECT_EQ(at(db.frameTriggerings, "Backbone/ChannelB/FT_TwoChannels_B").slotId, 12);
+}
+
+TEST_F(CycleForms, SlotByCycleTable) {
+    const struct {
+        std::uint16_t slot;
+        std::uint8_t cycle;
+        const char* name;
+    } cases[] = {
+        {2, 0, "FlatNumber"},
+        {2, 4, "FlatNumber"},
+        {2, 60, "FlatNumber"},
+        {2, 1, "Claimer"},
+        {2, 63, "Claimer"},  // the first frame keeps a claimed cell
+        {3, 0, ""},
+        {3, 1, "NestedNumber"},
+        {3, 63, "NestedNumber"},
+        {4, 3, "NestedEnum"},
+        {4, 19, "NestedEnum"},
+        {4, 4, ""},
+        {5, 7, "Counter"},
+        {5, 8, ""},
+        {5, 6, ""},
+        {9, 0, "TwoChannels"},
+        {12, 63, "TwoChannels"},
+        {0, 0, ""},
+        {2, 64, ""},
+        {2, 255, ""},
+        {13, 0, ""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(db.frameNameAt(c.slot, c.cycle), c.name)
+            << "slot " << c.slot << " cycle " << int(c.cycle);
+    std::vector<std::uint16_t> slots;
+    for (const auto& row : db.frameNamesBySlot)
+        slots.push_back(row.first);
+    EXPECT_EQ(slots, (std::vector<std::uint16_t>{2, 3, 4, 5, 9, 12}));
+}
+
+TEST_F(CycleForms, ClusterParametersAndChannels) {
+    const auto& c = at(db.clusters, "Backbone");
+    EXPECT_EQ(c.baudrate, 10000000u);
+    EXPECT_EQ(c.protocolName, "FlexRay");
+    EXPECT_EQ(c.protocolVersion, "2.1");
+    EXPECT_EQ(c.actionPointOffset, 3u);
+    EXPECT_EQ(c.casRxLowMax, 87u);
+    EXPECT_EQ(c.coldStartAttempts, 8u);
+    EXPECT_EQ(c.cycle, static_cast<double>(0.005f));
+    EXPECT_EQ(c.cycleCountMax, 63u);
+    EXPECT_TRUE(c.detectNitError);
+    EXPECT_EQ(c.dynamicSlotIdlePhase, 1u);
+    EXPECT_EQ(c.ignoreAfterTx, 7u);
+    EXPECT_EQ(c.listenNoise, 2u);
+    EXPECT_EQ(c.macroPerCycle, 5000u);
+    EXPECT_EQ(c.macrotickDuration, static_cast<double>(1.0e-6f));
+    EXPECT_EQ(c.maxWithoutClockCorrectionFatal, 14u);
+    EXPECT_EQ(c.maxWithoutClockCorrectionPassive, 10u);
+    EXPECT_EQ(c.minislotActionPointOffset, 2u);
+    EXPECT_EQ(c.minislotDuration, 6u);
+    EXPECT_EQ(c.networkIdleTime, 103u);
+    EXPECT_EQ(c.networkManagementVectorLength, 2u);
+    EXPECT_EQ(c.numberOfMinislots, 289u);
+    EXPECT_EQ(c.numberOfStaticSlots, 60u);
+    EXPECT_EQ(c.offsetCorrectionStart, 4920u);
+    EXPECT_EQ(c.payloadLengthStatic, 16u);
+    EXPECT_EQ(c.safetyMargin, 1u);
+    EXPECT_EQ(c.sampleClockPeriod, static_cast<double>(1.25e-8f));
+    EXPECT_EQ(c.staticSlotDuration, 50u);
+    EXPECT_EQ(c.symbolWindow, 13u);
+    EXPECT_EQ(c.symbolWindowActionPointOffset, 3u);
+    EXPECT_EQ(c.syncFrameIdCountMax, 15u);
+    EXPECT_EQ(c.transmissionStartSequenceDuration, 9u);
+    EXPECT_EQ(c.wakeupRxIdle, 59u);
+    EXPECT_EQ(c.wakeupRxLow, 55u);
+    EXPECT_EQ(c.wakeupRxWindow, 301u);
+    EXPECT_EQ(c.wakeupTxActive, 60u);
+    EXPECT_EQ(c.wakeupTxIdle, 180u);
+    EXPECT_EQ(c.frameNames, (Names{"Claimer", "Counter", "FlatNumber", "NestedEnum", "NestedNumber",
+                                   "NoTiming", "TwoChannels"}));
+    ASSERT_EQ(c.channels.size(), 2u);
+    EXPECT_EQ(c.channels[0]->name, "ChannelA");
+    EXPECT_EQ(c.channels[0]->channelName, "CHANNEL-A");
+    EXPECT_EQ(c.channels[0]->channelMask, 1);
+    EXPECT_EQ(c.channels[0]->frameTriggerings.size(), 8u);
+    EXPECT_EQ(c.channels[0]->connectors.size(), 2u);
+    EXPECT_EQ(c.channels[1]->channelMask, 2);
+    EXPECT_EQ(c.channels[1]->connectors.size(), 1u);
+
+    const auto& empty = at(db.clusters, "EmptyCluster");
+    EXPECT_EQ(empty.baudrate, 0u);
+    EXPECT_TRUE(empty.channels.empty());
+}
+
+// The realistic system the database interface and the demo use.
+class SmallSystem : public AutosarTest {
+  protected:
+    void SetUp() override { loadOk("small-flexray-system-4.2.arxml"); }
+};
+
+TEST_F(SmallSystem, NamesForTheQueries) {
+    EXPECT_EQ(keysOf(db.clusters), (Names{"FlexRayBackbone"}));
+    EXPECT_EQ(keysOf(db.ecus), (Names{"BrakeControl", "EngineControl", "Gateway"}));
+    EXPECT_EQ(db.frames.size(), 12u);
+    EXPECT_EQ(db.pdus.size(), 12u);
+    EXPECT_EQ(at(db.clusters, "FlexRayBackbone").frameNames.size(), 12u);
+    EXPECT_EQ(at(db.ecus, "EngineControl").sentFrames,
+              (Names{"Engine_NM_Frame", "Engine_Status_Frame", "Gearbox_Frame", "Odometer_Frame"}));
+    EXPECT_EQ(at(db.ecus, "Gateway").receivedFrames.size(), 8u);
+}
+
+TEST_F(SmallSystem, FrameSchedules) {
+    const struct {
+        const char* frame;
+        std::uint16_t slot;
+        std::uint8_t base, repetition;
+        std::uint16_t channels;
+        const char* sender;
+    } cases[] = {
+        {"Engine_Status_Frame", 1, 0, 1, 3, "EngineControl"},
+        {"Brake_Status_Frame", 2, 0, 1, 3, "BrakeControl"},
+        {"Wheel_Speeds_Frame", 3, 0, 1, 1, "BrakeControl"},
+        {"Gearbox_Frame", 5, 0, 2, 1, "EngineControl"},
+        {"Body_Frame", 6, 1, 2, 1, "Gateway"},
+        {"Odometer_Frame", 7, 0, 4, 1, "EngineControl"},
+        {"Gateway_Info_Frame", 8, 2, 8, 1, "Gateway"},
+        {"Brake_NM_Frame", 11, 5, 64, 1, "BrakeControl"},
+        {"Dynamic_Frame", 70, 0, 1, 2, "Gateway"},
+    };
+    for (const auto& c : cases) {
+        const auto& frame = at(db.frames, c.frame);
+        EXPECT_EQ(frame.slotId, c.slot) << c.frame;
+        EXPECT_EQ(frame.baseCycle, c.base) << c.frame;
+        EXPECT_EQ(frame.cycleRepetition, c.repetition) << c.frame;
+        EXPECT_EQ(frame.channelMask, c.channels) << c.frame;
+        EXPECT_EQ(frame.senderEcus, (Names{c.sender})) << c.frame;
+        EXPECT_EQ(frame.receiverEcus.size(), 2u) << c.frame;
+        EXPECT_EQ(frame.frameLength, c.slot == 70 ? 8 : 16) << c.frame;
+        EXPECT_EQ(frame.pdus.size(), 1u) << c.frame;
+    }
+    EXPECT_EQ(db.frameNameAt(6, 0), "");
+    EXPECT_EQ(db.frameNameAt(6, 3), "Body_Frame");
+    EXPECT_EQ(db.frameNameAt(7, 8), "Odometer_Frame");
+    EXPECT_EQ(db.frameNameAt(11, 5), "Brake_NM_Frame");
+    EXPECT_EQ(db.frameNameAt(11, 6), "");
+}
+
+TEST_F(SmallSystem, WhatTheCodecNeedsPerSignal) {
+    const auto& speed = at(db.signals, "EngineSpeed");
+    EXPECT_EQ(speed.length, 16);
+    EXPECT_EQ(speed.startPosition, 0);
+    EXPECT_EQ(speed.byteOrder, 0);
+    EXPECT_FALSE(speed.isSigned);
+    ASSERT_NE(speed.compuMethod, nullptr);
+    EXPECT_EQ(speed.compuMethod->category, "LINEAR");
+    EXPECT_EQ(speed.compuMethod->scales.at(0).factor, 0.25f);
+    EXPECT_EQ(speed.compuMethod->unit->displayName, "rpm");
+    ASSERT_NE(speed.updateBitSignal, nullptr);
+    EXPECT_EQ(speed.updateBitSignal->startPosition, 16);
+    EXPECT_EQ(speed.frameName, "Engine_Status_Frame");
+    EXPECT_EQ(speed.updateBitSignal->frameName, "Engine_Status_Frame");
+
+    EXPECT_TRUE(at(db.signals, "YawRate").isSigned) << "SW-BASE-TYPE encoding 2C";
+    EXPECT_TRUE(at(db.signals, "SteeringAngle").isSigned);
+    EXPECT_EQ(at(db.signals, "EngineTemp").initValue, 40.0);
+    EXPECT_EQ(at(db.signals, "EngineTemp").compuMethod->scales.at(0).offset, -40.0f);
+
+    const auto& wheel = at(db.signals, "WheelSpeedFL");
+    EXPECT_EQ(wheel.byteOrder, 1);
+    EXPECT_EQ(wheel.startPosition, 7);
+    EXPECT_EQ(wheel.compuMethod, find(db.compuMethods, "CM_WheelSpeed")) << "through its port";
+
+    const auto* gear = at(db.signals, "GearPosition").compuMethod;
+    ASSERT_NE(gear, nullptr);
+    EXPECT_EQ(gear->category, "TEXTTABLE");
+    ASSERT_EQ(gear->scales.size(), 4u);
+    EXPECT_EQ(gear->scales[3].text, "D");
+
+    EXPECT_EQ(at(db.pdus, "GatewayInfo").transmissionMode, 2);
+    EXPECT_EQ(at(db.pdus, "NM_Engine").type, 2);
+    EXPECT_EQ(at(db.pdus, "TP_Diag").type, 1);
+}
+
+TEST_F(SmallSystem, TriggeringsLinkPdusSignalsAndPorts) {
+    const auto& pt = at(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A");
+    EXPECT_EQ(pt.pdu, find(db.pdus, "EngineStatus"));
+    EXPECT_EQ(pt.ports.size(), 3u);
+    EXPECT_EQ(pt.ports[0]->kind, tAutoSarPortKind::IPdu);
+    EXPECT_EQ(pt.signalTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/ST_EngineSpeed_A"}));
+    const auto& st = at(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
+    EXPECT_EQ(st.signal, find(db.signals, "EngineSpeed"));
+    EXPECT_EQ(st.ports.at(0)->kind, tAutoSarPortKind::ISignal);
+    const auto& ft = at(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A");
+    EXPECT_EQ(ft.pduTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
+}
+
+}  // namespace

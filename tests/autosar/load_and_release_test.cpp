@@ -1,0 +1,224 @@
+// Opening files, the release taken from xsi:schemaLocation, the step order with the second run
+// of a failing step, and input that must never crash the reader.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "autosar/autosar_test_support.h"
+#include "xml/diagnostics.h"
+
+namespace {
+
+using namespace kelo_test;
+
+struct ReleaseCase {
+    const char* schemaLocation;
+    int result;
+    std::uint32_t releaseCode;
+};
+
+class ReleaseDetection : public AutosarTest, public ::testing::WithParamInterface<ReleaseCase> {};
+
+TEST_P(ReleaseDetection, SecondPartOfSchemaLocationDecides) {
+    const ReleaseCase& c = GetParam();
+    const std::string text = std::string(
+                                 "<AUTOSAR xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                                 "xsi:schemaLocation=\"") +
+                             c.schemaLocation + "\"><AR-PACKAGES>" +
+                             package("P", "<UNIT><SHORT-NAME>km</SHORT-NAME></UNIT>") +
+                             "</AR-PACKAGES></AUTOSAR>";
+    EXPECT_EQ(loadText(text), c.result);
+    EXPECT_EQ(db.releaseCode, c.releaseCode);
+    EXPECT_EQ(db.units.size(), c.result == 0 ? 1u : 0u);  // no step runs for a refused release
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SchemaLocations, ReleaseDetection,
+    ::testing::Values(ReleaseCase{"http://autosar.org/schema/r4.0 AUTOSAR_4-1-3.xsd", 0, 0},
+                      ReleaseCase{"http://autosar.org/schema/r4.0 AUTOSAR_4-2-2.xsd", 0, 1},
+                      ReleaseCase{"http://autosar.org/schema/r4.0 AUTOSAR_4-2-1.xsd extra", 0, 1},
+                      ReleaseCase{"http://autosar.org/schema/r4.0 AUTOSAR_4-3-0.xsd", 7, 255},
+                      ReleaseCase{"http://autosar.org/schema/r4.0 AUTOSAR_4-0-3.xsd", 7, 255},
+                      // only the second part counts, not the namespace
+                      ReleaseCase{"http://autosar.org/4-2-x AUTOSAR_4-3-0.xsd", 7, 255},
+                      // parts are split at each single blank: a double blank leaves an empty part
+                      ReleaseCase{"http://autosar.org/schema/r4.0  AUTOSAR_4-2-2.xsd", 7, 255},
+                      ReleaseCase{"AUTOSAR_4-2-2.xsd", 7, 255}, ReleaseCase{"", 7, 255},
+                      ReleaseCase{"ns AUTOSAR_4_2_2.xsd", 7, 255}));
+
+TEST_F(AutosarTest, FilesOfEachOutcome) {
+    const struct {
+        const char* file;
+        int result;
+    } cases[] = {
+        {"small-flexray-system-4.2.arxml", 0},
+        {"units-in-second-package-4.1.arxml", 0},
+        {"schema-4.3-refused.arxml", 7},
+        {"schema-location-one-part-4.2.arxml", 7},
+        {"malformed-unclosed-element-4.2.arxml", 3},
+        {"no-such-file.arxml", 2},
+        {"", 2},
+    };
+    for (const auto& c : cases) {
+        AutoSarReader fresh;
+        EXPECT_EQ(fresh.LoadFile(c.file[0] ? autosarFile(c.file) : std::string()), c.result)
+            << c.file;
+    }
+    EXPECT_EQ(reader.LoadFile(dataFile("autosar")), 2) << "a directory cannot be read";
+}
+
+TEST_F(AutosarTest, ConstructorLoadsAndKeepsTheName) {
+    const std::string path = autosarFile("small-flexray-system-4.2.arxml");
+    AutoSarReader loaded(path);
+    EXPECT_TRUE(loaded.IsLoaded());
+    EXPECT_EQ(std::string(loaded.GetFileName()), path);
+    EXPECT_EQ(loaded.Database().releaseCode, 1u);
+
+    AutoSarReader refused(autosarFile("schema-4.3-refused.arxml"));
+    EXPECT_FALSE(refused.IsLoaded());
+    EXPECT_EQ(refused.Database().releaseCode, 255u);
+
+    AutoSarReader missing(autosarFile("no-such-file.arxml"));
+    EXPECT_FALSE(missing.IsLoaded());
+    EXPECT_EQ(std::string(missing.GetFileName()), autosarFile("no-such-file.arxml"));
+
+    AutoSarReader unnamed("");
+    EXPECT_FALSE(unnamed.IsLoaded());
+    EXPECT_EQ(std::string(unnamed.GetFileName()), "");
+}
+
+TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
+    reader.ReadAUTOSARData(autosarFile("small-flexray-system-4.2.arxml"));
+    ASSERT_TRUE(reader.IsLoaded());
+    ASSERT_FALSE(db.frames.empty());
+
+    reader.ReadAUTOSARData("");  // nothing at all changes
+    EXPECT_TRUE(reader.IsLoaded());
+    EXPECT_EQ(std::string(reader.GetFileName()), autosarFile("small-flexray-system-4.2.arxml"));
+    EXPECT_FALSE(db.frames.empty());
+
+    reader.ReadAUTOSARData(autosarFile("units-in-second-package-4.1.arxml"));
+    EXPECT_TRUE(reader.IsLoaded());
+    EXPECT_EQ(db.releaseCode, 0u);
+    EXPECT_TRUE(db.frames.empty()) << "the earlier file's records are gone";
+    EXPECT_TRUE(db.frameNamesBySlot.empty());
+    EXPECT_EQ(keysOf(db.units), (Names{"NoDisplay", "km", "kmh", "padded"}));  // bytewise order
+
+    reader.ReadAUTOSARData(autosarFile("no-such-file.arxml"));
+    EXPECT_FALSE(reader.IsLoaded());
+    EXPECT_TRUE(db.units.empty()) << "emptied before the failed load";
+}
+
+// A failing step runs twice and its code is returned; earlier steps' records stay, later steps
+// do not run.
+TEST_F(AutosarTest, FailingStepRunsTwiceAndStopsTheLoad) {
+    EXPECT_EQ(load("compu-method-without-category-4.2.arxml"), 2);
+    EXPECT_EQ(keysOf(db.units), (Names{"", "km"})) << "CM_Before has no UNIT-REF";
+    EXPECT_EQ(keysOf(db.compuMethods), (Names{"CM_Before"}))
+        << "elements after the failure are not read";
+    EXPECT_TRUE(db.signals.empty()) << "later steps do not run";
+
+    AutoSarReader ecuFailure;
+    EXPECT_EQ(ecuFailure.LoadFile(autosarFile("ecu-without-name-4.2.arxml")), 2);
+    const tAutoSarDatabase& d = ecuFailure.Database();
+    EXPECT_EQ(keysOf(d.frames), (Names{"F"})) << "steps before the ECU step completed";
+    EXPECT_EQ(keysOf(d.ecus), (Names{"First"}));
+    EXPECT_TRUE(d.clusters.empty()) << "the cluster step does not run";
+}
+
+TEST_F(AutosarTest, EachStepCanRunTwiceWithTheSameResult) {
+    loadOk("small-flexray-system-4.2.arxml");
+    const auto sizes = [this] {
+        return std::vector<std::size_t>{db.units.size(),          db.compuMethods.size(),
+                                        db.ports.size(),          db.systemSignals.size(),
+                                        db.signals.size(),        db.pdus.size(),
+                                        db.frames.size(),         db.ecus.size(),
+                                        db.controllers.size(),    db.connectors.size(),
+                                        db.ecuPorts.size(),       db.clusters.size(),
+                                        db.channels.size(),       db.frameTriggerings.size(),
+                                        db.pduTriggerings.size(), db.signalTriggerings.size()};
+    };
+    const auto before = sizes();
+    const auto channelA = at(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size();
+    const auto sent = at(db.ecus, "EngineControl").sentFrames;
+    EXPECT_EQ(reader.ParseECUs(), 0);
+    EXPECT_EQ(reader.ParseClusters(), 0);
+    EXPECT_EQ(sizes(), before);
+    EXPECT_EQ(at(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size(), channelA);
+    EXPECT_EQ(at(db.ecus, "EngineControl").sentFrames, sent);
+}
+
+// ---- input that must not crash -------------------------------------------------------------
+
+TEST_F(AutosarTest, TruncatedFilesNeverCrash) {
+    const std::string whole = readWholeFile(autosarFile("small-flexray-system-4.2.arxml"));
+    for (std::size_t cut = 0; cut < whole.size(); cut += 97) {
+        AutoSarReader fresh;
+        const std::string_view part = std::string_view(whole).substr(0, cut);
+        const int code = fresh.LoadText(part);
+        if (part.find("</AUTOSAR>") == std::string_view::npos) {
+            EXPECT_EQ(code, 3) << "cut at " << cut;
+        }
+    }
+}
+
+TEST_F(AutosarTest, BinaryInputIsRefused) {
+    std::string noise;
+    unsigned state = 12345;  // fixed seed: the same bytes every run
+    for (int i = 0; i < 4096; ++i) {
+        state = state * 1103515245u + 12345u;
+        noise.push_back(static_cast<char>(state >> 16));
+    }
+    EXPECT_NE(loadText(noise), 0);
+    EXPECT_NE(loadText(std::string("\0\0\0\0", 4)), 0);
+    EXPECT_FALSE(reader.IsLoaded());
+}
+
+TEST_F(AutosarTest, DeeplyNestedPackagesAndElementsNeverCrash) {
+    // 20000 nested packages, the innermost holding a signal; then deeply nested plain elements.
+    constexpr int kDepth = 20000;
+    std::string text = arxml("@");
+    std::string inner;
+    for (int i = 0; i < kDepth; ++i)
+        inner += "<AR-PACKAGE><SHORT-NAME>P" + std::to_string(i) + "</SHORT-NAME><AR-PACKAGES>";
+    inner += package("Signals", "<I-SIGNAL><SHORT-NAME>Deep</SHORT-NAME></I-SIGNAL>");
+    for (int i = 0; i < kDepth; ++i)
+        inner += "</AR-PACKAGES></AR-PACKAGE>";
+    text.replace(text.find('@'), 1, inner);
+    ASSERT_EQ(loadText(text), 0);
+    EXPECT_EQ(keysOf(db.signals), (Names{"Deep"}));
+
+    std::string elements = arxml("@");
+    std::string nested;
+    for (int i = 0; i < kDepth; ++i)
+        nested += "<ELEMENTS>";
+    for (int i = 0; i < kDepth; ++i)
+        nested += "</ELEMENTS>";
+    elements.replace(elements.find('@'), 1, package("P", nested));
+    EXPECT_EQ(loadText(elements), 0);
+}
+
+TEST_F(AutosarTest, DocumentWithoutAutosarRootReadsNothing) {
+    EXPECT_EQ(loadText("<OTHER xmlns:xsi=\"x\" xsi:schemaLocation=\"a AUTOSAR_4-2-2.xsd\">"
+                       "<AR-PACKAGES>" +
+                       package("P", "<UNIT><SHORT-NAME>km</SHORT-NAME></UNIT>") +
+                       "</AR-PACKAGES></OTHER>"),
+              0);
+    EXPECT_TRUE(db.units.empty());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(AutosarQuietBuild, AReadWithFaultsPrintsNothing) {
+    if (kelo::xml::kDiagnosticsOn) GTEST_SKIP() << "this build prints diagnostics";
+    kelo_test::AutoSarReader reader;
+    ::testing::internal::CaptureStdout();
+    reader.ReadAUTOSARData(kelo_test::autosarFile("pdus-kinds-update-bits-timing-4.2.arxml"));
+    reader.ReadAUTOSARData(kelo_test::autosarFile("schema-4.3-refused.arxml"));
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+// The exact numbered messages of AUTOSAR reads. They are printed only by reader code built with
+// diagnostics switched on: the kelo_diagnostics_tests suite builds the readers that way and runs
+// these tests.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "autosar/autosar_test_support.h"
+#include "xml/diagnostics.h"
+
+namespace {
+
+using namespace kelo_test;
+using Lines = std::vector<std::string>;
+
+const std::string kNoName = "Database file parse error: SHORT-NAME of signal item not found!";
+
+class AutosarDiagnostics : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!kelo::xml::kDiagnosticsOn)
+            GTEST_SKIP() << "the readers were built with diagnostics switched off";
+    }
+    static Lines split(const std::string& out) {
+        Lines lines;
+        std::size_t start = 0;
+        for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1)
+            lines.push_back(out.substr(start, end - start));
+        EXPECT_EQ(start, out.size()) << "output does not end with a line end";
+        return lines;
+    }
+    // The output of one ReadAUTOSARData.
+    Lines read(const std::string& name) {
+        ::testing::internal::CaptureStdout();
+        reader.ReadAUTOSARData(autosarFile(name));
+        return split(::testing::internal::GetCapturedStdout());
+    }
+    std::string started(const std::string& name) {
+        return "info #0 in ReadAUTOSARData: Parsing database file: '" + autosarFile(name) +
+               "' started";
+    }
+    const std::string succeeded = "info #2 in ReadAUTOSARData: Parsing succeeded.";
+    const std::string failed = "error #1 in ReadAUTOSARData: Parsing failed.";
+    AutoSarReader reader;
+};
+
+TEST_F(AutosarDiagnostics, EachMessageOfARead) {
+    const struct {
+        const char* file;
+        Lines between;  // the lines between "started" and the outcome
+        bool ok;
+    } cases[] = {
+        {"small-flexray-system-4.2.arxml", {}, true},
+        {"units-in-second-package-4.1.arxml",
+         {"error #3 in ParseUnits: AUTOSAR parse error: DISPLAY-NAME for unit item not found!"},
+         true},
+        // the failing step runs twice and says so twice
+        {"compu-method-without-category-4.2.arxml",
+         {"error #4 in ParseCompuMethods: AUTOSAR parse error: CATEGORY for compumethod item not "
+          "found!",
+          "error #4 in ParseCompuMethods: AUTOSAR parse error: CATEGORY for compumethod item not "
+          "found!"},
+         false},
+        {"signals-data-type-policies-4.2.arxml",
+         {"error #5 in ParseCompuMethods: Database file parse error: Denominator different from 1 "
+          "is not supported!",
+          "error #6 in ParseSignals: " + kNoName},
+         true},
+        {"pdus-kinds-update-bits-timing-4.2.arxml",
+         {"error #7 in ParsePDUs: " + kNoName, "error #8 in ParsePDUs: " + kNoName,
+          "error #9 in ParsePDUs: " + kNoName},
+         true},
+        {"frames-carrying-pdus-4.2.arxml", {"error #10 in ParseFrames: " + kNoName}, true},
+        {"schema-4.3-refused.arxml",
+         {"error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database file file is not "
+          "supported!"},
+         false},
+        {"schema-location-one-part-4.2.arxml",
+         {"error #11 in LoadFile: Version '' of the Database file file is not supported!"},
+         false},
+        {"malformed-unclosed-element-4.2.arxml", {}, false},
+        {"no-such-file.arxml", {}, false},
+    };
+    for (const auto& c : cases) {
+        Lines expected{started(c.file)};
+        expected.insert(expected.end(), c.between.begin(), c.between.end());
+        expected.push_back(c.ok ? succeeded : failed);
+        EXPECT_EQ(read(c.file), expected) << c.file;
+    }
+}
+
+TEST_F(AutosarDiagnostics, OnlyReadAutosarDataFramesTheLoad) {
+    ::testing::internal::CaptureStdout();
+    AutoSarReader direct(autosarFile("schema-4.3-refused.arxml"));
+    reader.ReadAUTOSARData("");
+    EXPECT_EQ(split(::testing::internal::GetCapturedStdout()),
+              (Lines{"error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database file file "
+                     "is not supported!"}));
+}
+
+}  // namespace
