@@ -4,7 +4,8 @@
  * device index (1..126) on success, or minus the open's status. Every other export takes that
  * index and returns an unsigned status: 0 success, 1 refused by the device, 2 no reply in time,
  * 3 not sent, 4 link not open, 5 bad argument, 6 bad device index; see docs/api.md.
- * The KFr_Fibex_* functions work on one process-wide FIBEX database opened with KFr_Fibex_Open.
+ * The KFr_Fibex_* functions work on one process-wide FIBEX database opened with KFr_Fibex_Open,
+ * the KFr_AutoSar_* functions on one AUTOSAR system description opened with KFr_AutoSar_Open.
  * Nothing is thrown across this interface. Compiles as C99 and as C++. */
 #ifndef KELOCOMM_H
 #define KELOCOMM_H
@@ -205,6 +206,67 @@ KELOCOMM_API unsigned char KFr_Fibex_Receive_Wrapper(signed char idx,
                                                      unsigned char* headerOut /* 28 */,
                                                      unsigned char* payloadOut /* 510 */,
                                                      char* frameNameOut, unsigned int timeoutMs);
+
+/* ---- AUTOSAR system description (one process-wide database, independent of the FIBEX one) ----
+ * Same status codes as the FIBEX functions, plus 21 list buffer too small and 22 unknown cluster,
+ * ECU or frame name for the list queries. Lists are ";"-separated names in a zero-filled buffer;
+ * a list that fills every byte has no terminating NUL (see docs/api.md). */
+KELOCOMM_API unsigned char KFr_AutoSar_Open(const char* path);
+KELOCOMM_API unsigned char KFr_AutoSar_Close(void);
+KELOCOMM_API unsigned char KFr_AutoSar_GetMaxNameLength(unsigned int* length);
+KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName(const unsigned char* rxHeader /* 28 */,
+                                                    char* nameOut);
+KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName_BySignalName(const char* signalName,
+                                                                 char* frameNameOut,
+                                                                 unsigned char* firstUse);
+KELOCOMM_API unsigned char KFr_AutoSar_GetAllClusterName(char* buf, unsigned int bufSize,
+                                                         unsigned int* total,
+                                                         unsigned int* count);
+KELOCOMM_API unsigned char KFr_AutoSar_GetAllECUName(char* buf, unsigned int bufSize,
+                                                     unsigned int* total, unsigned int* count);
+KELOCOMM_API unsigned char KFr_AutoSar_GetAllFrameName_ByClusterName(const char* clusterName,
+                                                                     char* buf,
+                                                                     unsigned int bufSize,
+                                                                     unsigned int* total,
+                                                                     unsigned int* count);
+KELOCOMM_API unsigned char KFr_AutoSar_GetAllFrameName_ByECUName(const char* ecuName, char* buf,
+                                                                 unsigned int bufSize,
+                                                                 unsigned int* total,
+                                                                 unsigned int* count);
+KELOCOMM_API unsigned char KFr_AutoSar_GetAllSignalName_ByFrameName(const char* frameName,
+                                                                    char* buf,
+                                                                    unsigned int bufSize,
+                                                                    unsigned int* total,
+                                                                    unsigned int* count);
+KELOCOMM_API unsigned char KFr_AutoSar_decodeSignal(const unsigned char* rxHeader /* 28 */,
+                                                    const unsigned char* payload /* 510 */,
+                                                    const char* signalName, float* value);
+KELOCOMM_API unsigned char KFr_AutoSar_encodeSignal(const char* signalName, float value,
+                                                    unsigned char* payload,
+                                                    unsigned char payloadLength);
+KELOCOMM_API unsigned char KFr_AutoSar_GetSlotParameter(const char* frameName, unsigned char p2,
+                                                        unsigned char p3,
+                                                        unsigned char* block /* 12 */);
+KELOCOMM_API unsigned char KFr_AutoSar_GetParameter(const char* clusterName, const char* ecuName,
+                                                    unsigned char* clusterBlock /* 36 */,
+                                                    unsigned char* nodeBlock /* 48 */,
+                                                    unsigned char* ccBlock /* 5 */);
+KELOCOMM_API unsigned char KFr_AutoSar_GetControllerParameter(const char* ecuName, fnpt* node);
+KELOCOMM_API unsigned char KFr_AutoSar_Set_Slot_Parameter_Wrapper(unsigned char idx,
+                                                                  unsigned char node,
+                                                                  const char* frameName,
+                                                                  unsigned char p3,
+                                                                  unsigned char p4);
+KELOCOMM_API unsigned char KFr_AutoSar_Transmit_Wrapper(unsigned char idx, unsigned char node,
+                                                        const char* frameName,
+                                                        unsigned char* data,
+                                                        unsigned char length);
+/* Only device index 0 passes this export's index check (see docs/api.md). */
+KELOCOMM_API unsigned char KFr_AutoSar_Receive_Wrapper(signed char idx,
+                                                       unsigned char* headerOut /* 28 */,
+                                                       unsigned char* payloadOut /* 510 */,
+                                                       char* frameNameOut,
+                                                       unsigned int timeoutMs);
 
 #ifdef __cplusplus
 }

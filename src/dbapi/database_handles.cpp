@@ -10,7 +10,7 @@ namespace dbapi {
 
 std::shared_mutex DatabaseLock;
 fibex::BusDatabase* FibexDb = nullptr;
-autosar::tAutoSarDatabase* AutosarDb = nullptr;
+autosar::AutoSarReader* AutosarDb = nullptr;
 
 std::mutex FrameMapsLock;
 std::map<std::string, std::uint8_t> RegisteredFrames;

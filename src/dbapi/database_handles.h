@@ -18,7 +18,7 @@
 
 namespace kelo {
 namespace autosar {
-class tAutoSarDatabase;
+class AutoSarReader;
 }
 
 namespace dbapi {
@@ -26,8 +26,9 @@ namespace dbapi {
 extern std::shared_mutex DatabaseLock;
 // The loaded FIBEX database, null when none is loaded.
 extern fibex::BusDatabase* FibexDb;
-// The loaded AUTOSAR database, null when none is loaded (its exports come with its reader).
-extern autosar::tAutoSarDatabase* AutosarDb;
+// The reader of the loaded AUTOSAR file (it owns the tAutoSarDatabase the queries read), null
+// when none is loaded.
+extern autosar::AutoSarReader* AutosarDb;
 
 extern std::mutex FrameMapsLock;
 // Frame names a signal-to-frame query has named (value 1); emptied by every successful open.

@@ -9,6 +9,7 @@
 
 #include "KeLoComm.h"
 #include "dbapi/database_handles.h"
+#include "dbapi/export_support.h"
 #include "dbapi/parameter_blocks.h"
 #include "dbapi/signal_codec.h"
 #include "exports/device_table.h"
@@ -18,9 +19,6 @@ namespace kelo {
 namespace dbapi {
 
 namespace {
-
-constexpr std::uint8_t kBadArgument = 5;
-constexpr std::uint8_t kNotLoaded = 7;
 
 // What the FIBEX records say about one signal, as the codec takes it.
 SignalCoding codingOf(const fibex::Signal& signal, bool msbFirst) {
@@ -45,10 +43,6 @@ SignalCoding codingOf(const fibex::Signal& signal, bool msbFirst) {
         }
     }
     return c;
-}
-
-std::uint16_t headerSlot(const unsigned char* header) {
-    return static_cast<std::uint16_t>(header[16] | (header[17] << 8));
 }
 
 const fibex::Cluster* findCluster(const fibex::BusDatabase& db, const char* name) {
@@ -142,15 +136,6 @@ std::uint8_t fillFromController(const fibex::BusDatabase& db, const char* ecuNam
     fillNodeBlock(parameters, node);
     if (cc != nullptr) fillCcBlockChannels(parameters, cc);
     return kOk;
-}
-
-template <typename Body>
-unsigned char guardedStatus(Body&& body) noexcept {
-    try {
-        return body();
-    } catch (...) {
-        return 3;
-    }
 }
 
 }  // namespace
@@ -400,25 +385,15 @@ KELOCOMM_API unsigned char KFr_Fibex_FillData_beforeTransmit_MultiFrame_Wrapper(
 
 }  // extern "C"
 
-namespace {
-// The receive export's own upper index bound: nothing changes it, so only index 0 passes.
-const signed char FibexReceiveIndexBound = 0;
-}  // namespace
-
 extern "C" KELOCOMM_API unsigned char KFr_Fibex_Receive_Wrapper(signed char idx,
                                                                 unsigned char* headerOut,
                                                                 unsigned char* payloadOut,
                                                                 char* frameNameOut,
                                                                 unsigned int param) {
     return guardedStatus([&]() -> unsigned char {
-        if (idx < 0 || idx > FibexReceiveIndexBound) return 6;
-        CommunicationLib* lib = kelo::DeviceSlotTable[idx].lib.load(std::memory_order_acquire);
-        if (lib == nullptr) return 6;
-        unsigned char record[26 + 2 * 255] = {};
-        const unsigned char status = lib->Fr_Receive(record, param);
+        unsigned char record[kReceiveRecordSize] = {};
+        const unsigned char status = receiveForName(idx, record, headerOut, payloadOut, param);
         if (status != 0) return status;
-        if (headerOut) std::memcpy(headerOut, record, 28);
-        if (payloadOut) std::memcpy(payloadOut, record + 26, 2u * record[20]);
         std::shared_lock<std::shared_mutex> lock(DatabaseLock);
         const fibex::BusDatabase* db = usableFibex();
         if (db == nullptr) return kNoDatabase;

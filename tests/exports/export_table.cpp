@@ -138,11 +138,16 @@ const std::vector<Row>& rows() {
          [](signed char i, Buffers& b) { return KFr_ReadValue_Wrapper(i, 0, 0, &b.value); }},
         {"KFr_SetNodeRxTimeout_Wrapper",
          [](signed char i, Buffers&) { return KFr_SetNodeRxTimeout_Wrapper(i, 0, 100); }},
-        // by frame name (only index 0 can pass this one's check, and entry 0 is empty)
+        // by frame name (only index 0 can pass these two checks, and entry 0 is empty)
         {"KFr_Fibex_Receive_Wrapper",
          [](signed char i, Buffers& b) {
              return KFr_Fibex_Receive_Wrapper(i, b.header, b.payload,
                                               reinterpret_cast<char*>(b.data), 10);
+         }},
+        {"KFr_AutoSar_Receive_Wrapper",
+         [](signed char i, Buffers& b) {
+             return KFr_AutoSar_Receive_Wrapper(i, b.header, b.payload,
+                                                reinterpret_cast<char*>(b.data), 10);
          }},
         // CAN
         {"KCAN_Configure_Wrapper",

@@ -410,13 +410,14 @@ TEST_F(OpenCloseSlow, OpenIntoFullTableSucceedsWithIndexZero) {
     EXPECT_EQ(kelo::DeviceSlotTable[0].inUse.load(), 1);
 
     emu.clearReceived();
-    // Index 0 holding an instance is exactly what the by-name receive export's own check lets
-    // through: it reaches the (empty) receive queue and times out with 2. Every other export
+    // Index 0 holding an instance is exactly what the by-name receive exports' own check lets
+    // through: they reach the (empty) receive queue and time out with 2. Every other export
     // still rejects index 0.
-    expectEveryExportRejects(0, {"KFr_Fibex_Receive_Wrapper"});
+    expectEveryExportRejects(0, {"KFr_Fibex_Receive_Wrapper", "KFr_AutoSar_Receive_Wrapper"});
     unsigned char header[28], payload[510];
     char frameName[64];
     EXPECT_EQ(KFr_Fibex_Receive_Wrapper(0, header, payload, frameName, 1), 2);
+    EXPECT_EQ(KFr_AutoSar_Receive_Wrapper(0, header, payload, frameName, 1), 2);
     EXPECT_TRUE(commandsSent(emu).empty());
     takeOutEntryZero();
 
