@@ -220,8 +220,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName_BySignalName(const char* sig
                                                                  char* frameNameOut,
                                                                  unsigned char* firstUse);
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllClusterName(char* buf, unsigned int bufSize,
-                                                         unsigned int* total,
-                                                         unsigned int* count);
+                                                         unsigned int* total, unsigned int* count);
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllECUName(char* buf, unsigned int bufSize,
                                                      unsigned int* total, unsigned int* count);
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllFrameName_ByClusterName(const char* clusterName,
@@ -234,8 +233,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetAllFrameName_ByECUName(const char* ecu
                                                                  unsigned int* total,
                                                                  unsigned int* count);
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllSignalName_ByFrameName(const char* frameName,
-                                                                    char* buf,
-                                                                    unsigned int bufSize,
+                                                                    char* buf, unsigned int bufSize,
                                                                     unsigned int* total,
                                                                     unsigned int* count);
 KELOCOMM_API unsigned char KFr_AutoSar_decodeSignal(const unsigned char* rxHeader /* 28 */,
@@ -258,15 +256,13 @@ KELOCOMM_API unsigned char KFr_AutoSar_Set_Slot_Parameter_Wrapper(unsigned char 
                                                                   unsigned char p3,
                                                                   unsigned char p4);
 KELOCOMM_API unsigned char KFr_AutoSar_Transmit_Wrapper(unsigned char idx, unsigned char node,
-                                                        const char* frameName,
-                                                        unsigned char* data,
+                                                        const char* frameName, unsigned char* data,
                                                         unsigned char length);
 /* Only device index 0 passes this export's index check (see docs/api.md). */
 KELOCOMM_API unsigned char KFr_AutoSar_Receive_Wrapper(signed char idx,
                                                        unsigned char* headerOut /* 28 */,
                                                        unsigned char* payloadOut /* 510 */,
-                                                       char* frameNameOut,
-                                                       unsigned int timeoutMs);
+                                                       char* frameNameOut, unsigned int timeoutMs);
 
 #ifdef __cplusplus
 }
