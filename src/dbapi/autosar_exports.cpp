@@ -64,9 +64,9 @@ SignalCoding codingOf(const tAutoSarDatabase& db, const autosar::tAutoSarSignalI
             c.scaling = Scaling::Linear;
             if (!method->scales.empty()) {
                 const autosar::tAutoSarCompuScale& scale = method->scales.front();
-                const float d =
-                    (scale.denominator != 0.0f && scale.denominator != 1.0f) ? scale.denominator
-                                                                             : 1.0f;
+                const float d = (scale.denominator != 0.0f && scale.denominator != 1.0f)
+                                    ? scale.denominator
+                                    : 1.0f;
                 c.hasScale = true;
                 c.factor = scale.factor / d;
                 c.offset = scale.offset / d;
@@ -154,8 +154,8 @@ ControllerParameters controllerParameters(const tAutoSarDatabase& db,
     // AUTOSAR gives no pMicroPerMacroNom: it is the cluster's macrotick over the microtick.
     if (const autosar::tAutoSarClusterConfig* cluster = clusterOf(db, c);
         cluster != nullptr && c.microtickDuration > 0.0)
-        p.microPerMacroNom =
-            static_cast<std::uint32_t>(std::lround(cluster->macrotickDuration / c.microtickDuration));
+        p.microPerMacroNom = static_cast<std::uint32_t>(
+            std::lround(cluster->macrotickDuration / c.microtickDuration));
     p.rateCorrectionOut = c.rateCorrectionOut;
     p.maxDynamicPayloadLength = c.maxDynamicPayloadLength;
     p.macroInitialOffsetA = c.macroInitialOffsetA;
@@ -170,8 +170,8 @@ ControllerParameters controllerParameters(const tAutoSarDatabase& db,
 
 // The ECU's first controller into the node block (and, when cc is given, its channels into the
 // controller block). 5 unknown ECU, 9 no controller.
-std::uint8_t fillFromController(const tAutoSarDatabase& db, const char* ecuName,
-                                std::uint8_t* node, std::uint8_t* cc) {
+std::uint8_t fillFromController(const tAutoSarDatabase& db, const char* ecuName, std::uint8_t* node,
+                                std::uint8_t* cc) {
     const auto ecu = db.ecus.find(ecuName);
     if (ecu == db.ecus.end()) return kBadArgument;
     if (ecu->second.controllers.empty() || ecu->second.controllers.front() == nullptr)
@@ -191,8 +191,7 @@ std::uint8_t appendNames(const std::vector<const std::string*>& names, char* buf
                          unsigned int bufSize, unsigned int* count) {
     std::size_t length = 0;  // current string length of buf
     for (const std::string* name : names) {
-        if (bufSize == 0 || length + name->size() > std::size_t(bufSize) - 1)
-            return kListTooSmall;
+        if (bufSize == 0 || length + name->size() > std::size_t(bufSize) - 1) return kListTooSmall;
         if (length != 0) buf[length++] = ';';
         std::memcpy(buf + length, name->data(), name->size());
         length += name->size();
@@ -305,8 +304,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetMaxNameLength(unsigned int* length) {
     });
 }
 
-KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName(const unsigned char* rxHeader,
-                                                    char* nameOut) {
+KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName(const unsigned char* rxHeader, char* nameOut) {
     return guardedStatus([&]() -> unsigned char {
         if (rxHeader == nullptr || nameOut == nullptr) return kBadArgument;
         std::shared_lock<std::shared_mutex> lock(DatabaseLock);
@@ -338,8 +336,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName_BySignalName(const char* sig
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllClusterName(char* buf, unsigned int bufSize,
-                                                         unsigned int* total,
-                                                         unsigned int* count) {
+                                                         unsigned int* total, unsigned int* count) {
     return guardedStatus([&]() -> unsigned char {
         if (!startList(buf, bufSize, total, count)) return kBadArgument;
         std::shared_lock<std::shared_mutex> lock(DatabaseLock);
@@ -398,8 +395,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetAllFrameName_ByECUName(const char* ecu
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_GetAllSignalName_ByFrameName(const char* frameName,
-                                                                    char* buf,
-                                                                    unsigned int bufSize,
+                                                                    char* buf, unsigned int bufSize,
                                                                     unsigned int* total,
                                                                     unsigned int* count) {
     return guardedStatus([&]() -> unsigned char {
@@ -429,8 +425,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_decodeSignal(const unsigned char* rxHeade
             for (const autosar::tAutoSarSignalInfo* signal : pdu->signals) {
                 if (signal == nullptr) continue;
                 if (signal->name == signalName)
-                    return decodeValue(codingOf(*db, *signal), payload, kDecodePayloadSize,
-                                       value);
+                    return decodeValue(codingOf(*db, *signal), payload, kDecodePayloadSize, value);
                 const autosar::tAutoSarSignalInfo* updateBit = signal->updateBitSignal;
                 if (updateBit != nullptr && updateBit->name == signalName) {
                     *value = decodeUpdateBit(payload, kDecodePayloadSize,
@@ -532,8 +527,7 @@ KELOCOMM_API unsigned char KFr_AutoSar_Set_Slot_Parameter_Wrapper(unsigned char 
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_Transmit_Wrapper(unsigned char idx, unsigned char p1,
-                                                        const char* frameName,
-                                                        unsigned char* data,
+                                                        const char* frameName, unsigned char* data,
                                                         unsigned char length) {
     return guardedStatus([&]() -> unsigned char {
         if (frameName == nullptr) return kBadArgument;
