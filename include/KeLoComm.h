@@ -4,6 +4,7 @@
  * device index (1..126) on success, or minus the open's status. Every other export takes that
  * index and returns an unsigned status: 0 success, 1 refused by the device, 2 no reply in time,
  * 3 not sent, 4 link not open, 5 bad argument, 6 bad device index; see docs/api.md.
+ * The KFr_Fibex_* functions work on one process-wide FIBEX database opened with KFr_Fibex_Open.
  * Nothing is thrown across this interface. Compiles as C99 and as C++. */
 #ifndef KELOCOMM_H
 #define KELOCOMM_H
@@ -47,6 +48,41 @@ typedef struct KFrKeySlotEntry {
 typedef struct KFrKeySlotRecord {
     KFrKeySlotEntry entry[2];
 } KFrKeySlotRecord;
+
+/* FlexRay node (controller) parameters: the 48-byte block of KFr_Set_Node_Parameter_Wrapper, as
+ * KFr_Fibex_GetControllerParameter fills it. Little-endian fields; see docs/databases.md. */
+typedef struct fnpt {
+    unsigned int listenTimeout;             /* 0  pdListenTimeout */
+    unsigned char allowPassiveToActive;     /* 4  pAllowPassiveToActive */
+    unsigned char allowHaltDueToClock;      /* 5  pAllowHaltDueToClock */
+    unsigned char clusterDriftDamping;      /* 6  pClusterDriftDamping */
+    unsigned char decodingCorrection;       /* 7  pDecodingCorrection */
+    unsigned char delayCompensationA;       /* 8  pDelayCompensation[A] */
+    unsigned char delayCompensationB;       /* 9  pDelayCompensation[B] */
+    unsigned short acceptedStartupRange;    /* 10 pdAcceptedStartupRange */
+    unsigned short maxDrift;                /* 12 pdMaxDrift */
+    unsigned short latestTx;                /* 14 pLatestTx */
+    unsigned short keySlotId;               /* 16 pKeySlotId (0 without a key slot) */
+    unsigned char keySlotUsedForStartup;    /* 18 pKeySlotUsedForStartup */
+    unsigned char keySlotUsedForSync;       /* 19 pKeySlotUsedForSync */
+    unsigned short offsetCorrectionOut;     /* 20 pOffsetCorrectionOut */
+    unsigned char externOffsetCorrection;   /* 22 pExternOffsetCorrection */
+    unsigned char externRateCorrection;     /* 23 pExternRateCorrection */
+    unsigned int microPerCycle;             /* 24 pMicroPerCycle */
+    unsigned int microPerMacroNom;          /* 28 pMicroPerMacroNom */
+    unsigned char microPerMacro;            /* 32 pMicroPerCycle / gMacroPerCycle, 40 if unknown */
+    unsigned char reserved33;               /* 33 0 */
+    unsigned short rateCorrectionOut;       /* 34 pRateCorrectionOut */
+    unsigned short maxPayloadLengthDynamic; /* 36 pPayloadLengthDynMax */
+    unsigned char macroInitialOffsetA;      /* 38 pMacroInitialOffset[A] */
+    unsigned char wakeUpPatternMinus1;      /* 39 pWakeupPattern - 1 */
+    unsigned char macroInitialOffsetB;      /* 40 pMacroInitialOffset[B] */
+    unsigned char reserved41;               /* 41 0 */
+    unsigned short singleSlotEnabled;       /* 42 pSingleSlotEnabled */
+    unsigned short reserved44;              /* 44 always 0 */
+    unsigned char microInitialOffsetA;      /* 46 pMicroInitialOffset[A] */
+    unsigned char microInitialOffsetB;      /* 47 pMicroInitialOffset[B] */
+} fnpt;
 
 /* ---- open and close ---- */
 KELOCOMM_API signed char KFr_Open_Wrapper(const char* deviceAddress);
@@ -125,6 +161,51 @@ KELOCOMM_API unsigned char KeLo_get_software_version_Wrapper(signed char idx,
 KELOCOMM_API unsigned char Kelo_ResetCPU_Wrapper(signed char idx);
 KELOCOMM_API unsigned char KFrSetDevIp_Wrapper(signed char idx, const char* address);
 
+/* ---- FIBEX database (one process-wide database; see docs/api.md) ----
+ * Database status codes: 0 success, 5 unknown cluster/ECU, index out of range or a null
+ * argument, 7 file not loadable, 9 no database loaded (or not a file; ECU without controller),
+ * 14 unknown signal, 15 signal does not fit the payload, 16 signal not in the frame / no frame,
+ * 17 no frame at that slot and cycle / unknown frame.
+ * Name outputs are copied without a bound: give buffers of KFr_Fibex_GetMaxNameLength bytes. */
+KELOCOMM_API unsigned char KFr_Fibex_Open(const char* path);
+KELOCOMM_API unsigned char KFr_Fibex_Close(void);
+KELOCOMM_API unsigned char KFr_Fibex_GetMaxNameLength(unsigned int* length);
+KELOCOMM_API unsigned char KFr_Fibex_GetFrameName(const unsigned char* rxHeader /* 28 */,
+                                                  char* nameOut);
+KELOCOMM_API unsigned char KFr_Fibex_GetFrameName_BySignalName(const char* signalName,
+                                                               char* frameNameOut,
+                                                               unsigned char* firstUse);
+KELOCOMM_API unsigned char KFr_Fibex_decodeSignal(const unsigned char* rxHeader /* 28 */,
+                                                  const unsigned char* payload /* 510 */,
+                                                  const char* signalName, float* value);
+KELOCOMM_API unsigned char KFr_Fibex_encodeSignal(const char* signalName, float value,
+                                                  unsigned char* payload,
+                                                  unsigned char payloadLength);
+KELOCOMM_API unsigned char KFr_Fibex_GetSlotParameter(const char* frameName, unsigned char p2,
+                                                      unsigned char p3,
+                                                      unsigned char* block /* 12 */);
+KELOCOMM_API unsigned char KFr_Fibex_GetParameter(const char* clusterName, const char* ecuName,
+                                                  unsigned char* clusterBlock /* 36 */,
+                                                  unsigned char* nodeBlock /* 48 */,
+                                                  unsigned char* ccBlock /* 5 */);
+KELOCOMM_API unsigned char KFr_Fibex_GetPDUinfo(const char* frameKey, int index,
+                                                unsigned char* info /* 4 */);
+KELOCOMM_API unsigned char KFr_Fibex_Set_Slot_Parameter_Wrapper(unsigned char idx,
+                                                                unsigned char node,
+                                                                const char* frameName,
+                                                                unsigned char p3, unsigned char p4);
+KELOCOMM_API unsigned char KFr_Fibex_Transmit_Wrapper(unsigned char idx, unsigned char node,
+                                                      const char* frameName, unsigned char* data,
+                                                      unsigned char length);
+KELOCOMM_API unsigned char KFr_Fibex_FillData_beforeTransmit_MultiFrame_Wrapper(
+    unsigned char idx, unsigned char p1, const char* frameName, unsigned char entry,
+    unsigned char* data, unsigned char length);
+/* Only device index 0 passes this export's index check (see docs/api.md). */
+KELOCOMM_API unsigned char KFr_Fibex_Receive_Wrapper(signed char idx,
+                                                     unsigned char* headerOut /* 28 */,
+                                                     unsigned char* payloadOut /* 510 */,
+                                                     char* frameNameOut, unsigned int timeoutMs);
+
 #ifdef __cplusplus
 }
 
@@ -134,6 +215,8 @@ KELOCOMM_API unsigned char KFr_Transmit_MultiFrame_Wrapper(signed char idx, unsi
                                                            unsigned char count,
                                                            unsigned char* result,
                                                            unsigned char wait);
+/* Exported under its C++ (decorated) name: the ECU's first controller into a node block. */
+KELOCOMM_API unsigned char KFr_Fibex_GetControllerParameter(const char* ecuName, fnpt* node);
 #endif
 
 #endif /* KELOCOMM_H */

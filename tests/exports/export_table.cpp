@@ -138,6 +138,12 @@ const std::vector<Row>& rows() {
          [](signed char i, Buffers& b) { return KFr_ReadValue_Wrapper(i, 0, 0, &b.value); }},
         {"KFr_SetNodeRxTimeout_Wrapper",
          [](signed char i, Buffers&) { return KFr_SetNodeRxTimeout_Wrapper(i, 0, 100); }},
+        // by frame name (only index 0 can pass this one's check, and entry 0 is empty)
+        {"KFr_Fibex_Receive_Wrapper",
+         [](signed char i, Buffers& b) {
+             return KFr_Fibex_Receive_Wrapper(i, b.header, b.payload,
+                                              reinterpret_cast<char*>(b.data), 10);
+         }},
         // CAN
         {"KCAN_Configure_Wrapper",
          [](signed char i, Buffers& b) { return KCAN_Configure_Wrapper(i, b.config); }},
@@ -216,9 +222,10 @@ std::vector<std::string> indexedExportNames() {
     return names;
 }
 
-void expectEveryExportRejects(signed char idx) {
+void expectEveryExportRejects(signed char idx, const std::set<std::string>& passing) {
     SCOPED_TRACE("device index " + std::to_string(int(idx)));
     for (const Row& row : rows()) {
+        if (passing.count(row.name)) continue;
         SCOPED_TRACE(row.name);
         Buffers b;
         std::memset(&b, kSentinel, sizeof b);

@@ -410,7 +410,13 @@ TEST_F(OpenCloseSlow, OpenIntoFullTableSucceedsWithIndexZero) {
     EXPECT_EQ(kelo::DeviceSlotTable[0].inUse.load(), 1);
 
     emu.clearReceived();
-    expectEveryExportRejects(0);
+    // Index 0 holding an instance is exactly what the by-name receive export's own check lets
+    // through: it reaches the (empty) receive queue and times out with 2. Every other export
+    // still rejects index 0.
+    expectEveryExportRejects(0, {"KFr_Fibex_Receive_Wrapper"});
+    unsigned char header[28], payload[510];
+    char frameName[64];
+    EXPECT_EQ(KFr_Fibex_Receive_Wrapper(0, header, payload, frameName, 1), 2);
     EXPECT_TRUE(commandsSent(emu).empty());
     takeOutEntryZero();
 

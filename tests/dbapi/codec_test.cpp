@@ -1,0 +1,308 @@
+// The signal codec against a deliberately naive bit-by-bit reference: thousands of generated
+// fields in both byte orders, every length 1..64 and every start bit inside a byte, signed and
+// unsigned. The seed comes from KELO_CODEC_SEED (or the clock) and is printed, so a failure can
+// be replayed. The odd results kept on purpose are checked case by case.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "dbapi/signal_codec.h"
+
+using namespace kelo::dbapi;
+
+namespace {
+
+std::uint64_t codecSeed() {
+    static const std::uint64_t seed = [] {
+        const char* env = std::getenv("KELO_CODEC_SEED");
+        const std::uint64_t s =
+            env ? std::strtoull(env, nullptr, 0)
+                : static_cast<std::uint64_t>(
+                      std::chrono::steady_clock::now().time_since_epoch().count());
+        std::printf("codec tests: KELO_CODEC_SEED=%llu\n", static_cast<unsigned long long>(s));
+        return s;
+    }();
+    return seed;
+}
+
+// Payload bit of field bit j. Least significant byte first: bit j is payload bit s + j (j = 0
+// the least significant). Most significant byte first: j = 0 is the most significant bit, at
+// payload bit s; the following bits run down to bit 0 of that byte and on from bit 7 of the
+// next byte.
+struct BitAddress {
+    unsigned byte;
+    unsigned bit;
+};
+BitAddress addressOf(unsigned s, unsigned n, unsigned j, bool msbFirst) {
+    if (!msbFirst) return {(s + j) / 8, (s + j) % 8};
+    const unsigned fromTop = (7 - s % 8) + (n - 1 - j);  // j counted from the LSB
+    return {s / 8 + fromTop / 8, 7 - fromTop % 8};
+}
+
+std::uint64_t referenceRead(const std::vector<std::uint8_t>& p, unsigned s, unsigned n,
+                            bool msbFirst, bool isSigned) {
+    std::uint64_t v = 0;
+    for (unsigned j = 0; j < n; ++j) {
+        const BitAddress a = addressOf(s, n, j, msbFirst);
+        if ((p[a.byte] >> a.bit) & 1u) v |= std::uint64_t{1} << j;
+    }
+    if (isSigned && n < 64 && ((v >> (n - 1)) & 1u)) v |= ~std::uint64_t{0} << n;
+    return v;
+}
+
+void referenceWrite(std::vector<std::uint8_t>& p, unsigned s, unsigned n, bool msbFirst,
+                    std::uint64_t raw) {
+    for (unsigned j = 0; j < n; ++j) {
+        const BitAddress a = addressOf(s, n, j, msbFirst);
+        p[a.byte] =
+            static_cast<std::uint8_t>((p[a.byte] & ~(1u << a.bit)) | (((raw >> j) & 1u) << a.bit));
+    }
+}
+
+struct Case {
+    unsigned start;
+    unsigned length;
+    bool msbFirst;
+    bool isSigned;
+};
+
+std::vector<Case> generatedCases(std::mt19937_64& rng) {
+    std::vector<Case> cases;
+    for (int order = 0; order < 2; ++order)
+        for (unsigned n = 1; n <= 64; ++n)
+            for (unsigned b = 0; b < 8; ++b)
+                for (int sign = 0; sign < 2; ++sign)
+                    cases.push_back({8 * unsigned(rng() % 4) + b, n, order == 1, sign == 1});
+    return cases;  // 2 x 64 x 8 x 2 = 2048 layouts
+}
+
+constexpr std::size_t kPayload = 24;
+
+TEST(CodecReference, ExtractionMatchesTheBitByBitReader) {
+    std::mt19937_64 rng(codecSeed());
+    int checked = 0;
+    for (const Case& c : generatedCases(rng)) {
+        for (int round = 0; round < 4; ++round) {
+            std::vector<std::uint8_t> p(kPayload);
+            for (auto& byte : p)
+                byte = static_cast<std::uint8_t>(rng());
+            const std::int64_t got =
+                extractField(p.data(), p.size(), c.start, c.length, c.msbFirst, c.isSigned);
+            // A 64-bit field always reads as 0 (its mask is empty).
+            const std::uint64_t want =
+                c.length == 64 ? 0 : referenceRead(p, c.start, c.length, c.msbFirst, c.isSigned);
+            ASSERT_EQ(static_cast<std::uint64_t>(got), want)
+                << "start " << c.start << " length " << c.length
+                << (c.msbFirst ? " MSB first" : " LSB first") << (c.isSigned ? " signed" : "");
+            ++checked;
+        }
+    }
+    EXPECT_EQ(checked, 8192);
+}
+
+TEST(CodecReference, PlacementMatchesTheBitByBitWriter) {
+    std::mt19937_64 rng(codecSeed() ^ 0x9E3779B97F4A7C15ull);
+    int checked = 0;
+    for (const Case& c : generatedCases(rng)) {
+        if (c.length == 64 && c.msbFirst) continue;  // no mask to clear with: checked below
+        for (int round = 0; round < 4; ++round) {
+            std::vector<std::uint8_t> p(kPayload);
+            for (auto& byte : p)
+                byte = static_cast<std::uint8_t>(rng());
+            // A value that fits the field (most significant byte first does not mask it).
+            const std::uint64_t raw =
+                c.length == 64 ? rng() : rng() & ((std::uint64_t{1} << c.length) - 1);
+            std::vector<std::uint8_t> want = p;
+            referenceWrite(want, c.start, c.length, c.msbFirst, raw);
+            ASSERT_EQ(placeField(p.data(), kPayload, c.start, c.length, c.msbFirst, true,
+                                 static_cast<std::int64_t>(raw)),
+                      kOk);
+            ASSERT_EQ(p, want) << "start " << c.start << " length " << c.length
+                               << (c.msbFirst ? " MSB first" : " LSB first") << " raw " << raw;
+            // Read back through the extraction.
+            if (c.length < 64) {
+                ASSERT_EQ(static_cast<std::uint64_t>(extractField(p.data(), kPayload, c.start,
+                                                                  c.length, c.msbFirst, false)),
+                          raw);
+            }
+            ++checked;
+        }
+    }
+    EXPECT_EQ(checked, 8192 - 4 * 16);
+}
+
+// ---- results kept on purpose
+// ---------------------------------------------------------------------
+
+TEST(CodecKeptResults, TwelveBitLsbFirstFieldAtBitFour) {
+    const std::uint8_t p[] = {0x3C, 0xA5};
+    EXPECT_EQ(extractField(p, sizeof p, 4, 12, false, false), 0xA53);
+}
+
+TEST(CodecKeptResults, SignedAndUnsignedByte) {
+    const std::uint8_t p[] = {0xFF};
+    EXPECT_EQ(extractField(p, 1, 7, 8, true, true), -1);
+    EXPECT_EQ(extractField(p, 1, 7, 8, true, false), 255);
+    EXPECT_EQ(extractField(p, 1, 0, 8, false, true), -1);
+}
+
+TEST(CodecKeptResults, SixtyFourBitFieldsReadAsZeroInBothOrders) {
+    std::vector<std::uint8_t> p(10, 0xFF);
+    for (unsigned s : {0u, 7u, 8u})
+        for (bool msb : {false, true})
+            for (bool sign : {false, true})
+                EXPECT_EQ(extractField(p.data(), p.size(), s, 64, msb, sign), 0);
+}
+
+TEST(CodecKeptResults, LinearDecodingTakesTheIntegerPathForWholeFactorAndOffset) {
+    const std::uint8_t p[] = {3};
+    SignalCoding c;
+    c.bitPosition = 0;
+    c.bitLength = 8;
+    c.scaling = Scaling::Linear;
+    c.hasScale = true;
+    struct Row {
+        float factor, offset, want;
+    };
+    for (const Row& r : {Row{0.5f, 0.0f, 1.5f}, Row{2.0f, 1.0f, 7.0f}, Row{0.1f, 0.0f, 0.3f},
+                         Row{1.0f, 0.25f, 3.25f}, Row{-3.0f, -2.0f, -11.0f}}) {
+        c.factor = r.factor;
+        c.offset = r.offset;
+        float value = -99.0f;
+        ASSERT_EQ(decodeValue(c, p, 1, &value), kOk);
+        EXPECT_FLOAT_EQ(value, r.want) << "factor " << r.factor << " offset " << r.offset;
+    }
+    // Whole numbers truncate the single-precision product toward zero.
+    c.factor = 3.0f;
+    c.offset = 0.0f;
+    const std::uint8_t big[] = {0xFF, 0xFF, 0xFF};  // 24 bits: 16777215 * 3 is not exact in float
+    c.bitLength = 24;
+    c.bitPosition = 0;
+    float value = 0;
+    ASSERT_EQ(decodeValue(c, big, 3, &value), kOk);
+    EXPECT_EQ(value, static_cast<float>(static_cast<std::int64_t>(16777215.0f * 3.0f)));
+}
+
+TEST(CodecKeptResults, LinearMethodWithoutPairDecodesTo16AndEncodesAsIdentity) {
+    SignalCoding c;
+    c.bitLength = 8;
+    c.scaling = Scaling::Linear;
+    const std::uint8_t p[] = {9};
+    float value = 0;
+    EXPECT_EQ(decodeValue(c, p, 1, &value), kNotInFrame);
+    std::uint8_t out[1] = {0};
+    EXPECT_EQ(encodeValue(c, 9.4f, out, 1), kOk);
+    EXPECT_EQ(out[0], 9);
+}
+
+TEST(CodecKeptResults, TextTableAndNoMethodPassRawThrough) {
+    const std::uint8_t p[] = {0x05};
+    for (Scaling s : {Scaling::None, Scaling::Other}) {
+        SignalCoding c;
+        c.bitLength = 4;
+        c.scaling = s;
+        c.factor = 10.0f;  // ignored
+        float value = 0;
+        ASSERT_EQ(decodeValue(c, p, 1, &value), kOk);
+        EXPECT_EQ(value, 5.0f);
+        std::uint8_t out[1] = {0xF0};
+        ASSERT_EQ(encodeValue(c, 6.9f, out, 1), kOk);  // truncated toward zero
+        EXPECT_EQ(out[0], 0xF6);
+    }
+}
+
+TEST(CodecKeptResults, EncodingRoundsLinearValues) {
+    SignalCoding c;
+    c.bitLength = 8;
+    c.scaling = Scaling::Linear;
+    c.hasScale = true;
+    c.factor = 0.5f;
+    std::uint8_t out[1] = {0};
+    ASSERT_EQ(encodeValue(c, 1.5f, out, 1), kOk);
+    EXPECT_EQ(out[0], 3);
+    ASSERT_EQ(encodeValue(c, 1.3f, out, 1), kOk);  // 2.6 rounds to 3
+    EXPECT_EQ(out[0], 3);
+}
+
+TEST(CodecKeptResults, NegativeRawIsPlacedUnmaskedMostSignificantByteFirst) {
+    // -1 into an unsigned 4-bit field whose most significant bit is bit 3 of byte 0: the field
+    // is bits 3..0, and the sign bits fill bits 7..4 of the byte as well.
+    SignalCoding c;
+    c.bitPosition = 3;
+    c.bitLength = 4;
+    c.msbFirst = true;
+    c.scaling = Scaling::Linear;
+    c.hasScale = true;
+    c.factor = 1.0f;
+    std::uint8_t out[2] = {0x00, 0x00};
+    ASSERT_EQ(encodeValue(c, -1.0f, out, 2), kOk);
+    EXPECT_EQ(out[0], 0xFF);
+    EXPECT_EQ(out[1], 0x00);
+    // Least significant byte first places bit by bit: only the field changes.
+    c.msbFirst = false;
+    c.bitPosition = 0;
+    std::uint8_t lsb[1] = {0x00};
+    ASSERT_EQ(encodeValue(c, -1.0f, lsb, 1), kOk);
+    EXPECT_EQ(lsb[0], 0x0F);
+}
+
+TEST(CodecKeptResults, SixtyFourBitMsbFirstFieldIsOredWithoutClearing) {
+    // Bit position + length must fit the payload length in bits (7 + 64 <= 72).
+    std::uint8_t p[9] = {0x80, 0, 0, 0, 0, 0, 0, 0x01, 0x77};
+    ASSERT_EQ(placeField(p, 9, 7, 64, true, true, 0x0102), kOk);
+    const std::uint8_t want[9] = {0x80, 0, 0, 0, 0, 0, 0x01, 0x03, 0x77};
+    EXPECT_EQ(0, std::memcmp(p, want, 9));
+    EXPECT_EQ(placeField(p, 8, 7, 64, true, true, 0x0102), kDoesNotFit);
+}
+
+TEST(CodecKeptResults, ThirtyTwoBitHandlingOutsideLinearCategories) {
+    // Most significant byte first: the raw value is shifted within 32 bits, so bits that would
+    // land above bit 31 of the accumulator are dropped.
+    std::uint8_t msb[6] = {};
+    ASSERT_EQ(placeField(msb, 6, 7, 40, true, false, 0x12'3456'789A), kOk);
+    const std::uint8_t msbWant[6] = {0x00, 0x34, 0x56, 0x78, 0x9A, 0x00};
+    EXPECT_EQ(0, std::memcmp(msb, msbWant, 6));
+    std::uint8_t msbWide[6] = {};
+    ASSERT_EQ(placeField(msbWide, 6, 7, 40, true, true, 0x12'3456'789A), kOk);
+    const std::uint8_t wideWant[6] = {0x12, 0x34, 0x56, 0x78, 0x9A, 0x00};
+    EXPECT_EQ(0, std::memcmp(msbWide, wideWant, 6));
+    // Least significant byte first: field bit i takes bit (i mod 32) of the low 32 bits.
+    std::uint8_t lsb[6] = {};
+    ASSERT_EQ(placeField(lsb, 6, 0, 40, false, false, 0x12'0000'00A5), kOk);
+    const std::uint8_t lsbWant[6] = {0xA5, 0x00, 0x00, 0x00, 0xA5, 0x00};
+    EXPECT_EQ(0, std::memcmp(lsb, lsbWant, 6));
+    std::uint8_t lsbWide[6] = {};
+    ASSERT_EQ(placeField(lsbWide, 6, 0, 40, false, true, 0x12'0000'00A5), kOk);
+    const std::uint8_t lsbWideWant[6] = {0xA5, 0x00, 0x00, 0x00, 0x12, 0x00};
+    EXPECT_EQ(0, std::memcmp(lsbWide, lsbWideWant, 6));
+}
+
+TEST(CodecKeptResults, UpdateBitsSetExactlyOneBit) {
+    std::uint8_t p[4] = {0x00, 0xFF, 0x00, 0x00};
+    ASSERT_EQ(encodeUpdateBit(19, 1.0f, p, 4), kOk);
+    EXPECT_EQ(p[2], 0x08);
+    ASSERT_EQ(encodeUpdateBit(9, 0.0f, p, 4), kOk);
+    EXPECT_EQ(p[1], 0xFD);
+    EXPECT_EQ(decodeUpdateBit(p, 4, 19), 1.0f);
+    EXPECT_EQ(decodeUpdateBit(p, 4, 9), 0.0f);
+    EXPECT_EQ(encodeUpdateBit(32, 1.0f, p, 4), kDoesNotFit);
+}
+
+TEST(CodecBounds, FieldsThatDoNotFitAreRefused) {
+    std::uint8_t p[2] = {0xAA, 0xBB};
+    // Bit position + length past the payload.
+    EXPECT_EQ(placeField(p, 2, 10, 8, false, true, 1), kDoesNotFit);
+    // Fits by bit count, but most significant byte first it ends in a third byte.
+    EXPECT_EQ(placeField(p, 2, 0, 16, true, true, 1), kDoesNotFit);
+    EXPECT_EQ(p[0], 0xAA);
+    EXPECT_EQ(p[1], 0xBB);
+    // Reads past the buffer see zeros.
+    EXPECT_EQ(extractField(p, 2, 8, 16, false, false), 0xBB);
+}
+
+}  // namespace
