@@ -638,7 +638,9 @@ int AutoSarReader::ReadEcu(Element element) {
         controller.macroInitialOffsetA = GetUIntValue(p, "MACRO-INITIAL-OFFSET-A", 0u);
         controller.macroInitialOffsetB = GetUIntValue(p, "MACRO-INITIAL-OFFSET-B", 0u);
         controller.maxDrift = GetUIntValue(p, "MAX-DRIFT", 0u);
-        controller.maxDynamicPayloadLength = GetUIntValue(p, "MAXIMUM-DYNAMIC-PAYLOAD-LENGTH", 0u);
+        // Tools write the dynamic payload limit under either name.
+        if (!GetUIntValue(p, "MAXIMUM-DYNAMIC-PAYLOAD-LENGTH", controller.maxDynamicPayloadLength))
+            GetUIntValue(p, "MAX-DYNAMIC-PAYLOAD-LENGTH", controller.maxDynamicPayloadLength);
         controller.microInitialOffsetA = GetUIntValue(p, "MICRO-INITIAL-OFFSET-A", 0u);
         controller.microInitialOffsetB = GetUIntValue(p, "MICRO-INITIAL-OFFSET-B", 0u);
         controller.microPerCycle = GetUIntValue(p, "MICRO-PER-CYCLE", 0u);
@@ -732,6 +734,7 @@ int AutoSarReader::ReadCluster(Element element) {
         cluster.listenNoise = GetUIntValue(p, "LISTEN-NOISE", 0u);
         cluster.macroPerCycle = GetUIntValue(p, "MACRO-PER-CYCLE", 0u);
         cluster.macrotickDuration = GetDoubleValue(p, "MACROTICK-DURATION", 0.0);
+        cluster.maxInitializationError = GetUIntValue(p, "MAX-INITIALIZATION-ERROR", 0u);
         cluster.maxWithoutClockCorrectionFatal =
             GetUIntValue(p, "MAX-WITHOUT-CLOCK-CORRECTION-FATAL", 0u);
         cluster.maxWithoutClockCorrectionPassive =

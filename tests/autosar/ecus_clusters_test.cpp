@@ -304,3 +304,27 @@ TEST_F(SmallSystem, TriggeringsLinkPdusSignalsAndPorts) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace kelo_test;
+
+TEST_F(AutosarTest, AlternativeParameterNames) {
+    const std::string ecu =
+        "<ECU-INSTANCE><SHORT-NAME>E</SHORT-NAME><COMM-CONTROLLERS>"
+        "<FLEXRAY-COMMUNICATION-CONTROLLER><SHORT-NAME>CC</SHORT-NAME>"
+        "<FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS><FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL>"
+        "<MAX-DYNAMIC-PAYLOAD-LENGTH>42</MAX-DYNAMIC-PAYLOAD-LENGTH>"
+        "</FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL></"
+        "FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS>"
+        "</FLEXRAY-COMMUNICATION-CONTROLLER></COMM-CONTROLLERS></ECU-INSTANCE>";
+    const std::string cluster =
+        "<FLEXRAY-CLUSTER><SHORT-NAME>C</SHORT-NAME><FLEXRAY-CLUSTER-VARIANTS>"
+        "<FLEXRAY-CLUSTER-CONDITIONAL><MAX-INITIALIZATION-ERROR>3</MAX-INITIALIZATION-ERROR>"
+        "</FLEXRAY-CLUSTER-CONDITIONAL></FLEXRAY-CLUSTER-VARIANTS></FLEXRAY-CLUSTER>";
+    ASSERT_EQ(loadText(arxml(package("P", ecu + cluster))), 0);
+    EXPECT_EQ(at(db.controllers, "E/CC").maxDynamicPayloadLength, 42u);
+    EXPECT_EQ(at(db.clusters, "C").maxInitializationError, 3u);
+}
+
+}  // namespace
