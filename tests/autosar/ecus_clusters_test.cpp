@@ -169,7 +169,7 @@ TEST_F(CycleForms, ClusterParametersAndChannels) {
     EXPECT_EQ(c.minislotDuration, 6u);
     EXPECT_EQ(c.networkIdleTime, 103u);
     EXPECT_EQ(c.networkManagementVectorLength, 2u);
-    EXPECT_EQ(c.numberOfMinislots, 289u);
+    EXPECT_EQ(c.numberOfMinislots, 314u);
     EXPECT_EQ(c.numberOfStaticSlots, 60u);
     EXPECT_EQ(c.offsetCorrectionStart, 4920u);
     EXPECT_EQ(c.payloadLengthStatic, 16u);
