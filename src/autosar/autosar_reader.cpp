@@ -15,7 +15,7 @@ constexpr const char* kPackagePath = "AR-PACKAGES/AR-PACKAGE";
 const char* const kNoShortName = "Database file parse error: SHORT-NAME of signal item not found!";
 
 inline bool found(Element parent, std::string_view path, Element& e) {
-    return xml::findElement(parent, path, e, xml::Syntax::Autosar) == xml::kOk;
+    return GetElement(parent, path, e) == xml::kOk;
 }
 
 // The trimmed text at `path`, empty when the element is missing.
@@ -73,7 +73,26 @@ std::string LastSegment(std::string_view text, char separator, unsigned count) {
 }
 
 int GetElement(Element start, std::string_view path, Element& out) {
-    return xml::findElement(start, path, out, xml::Syntax::Autosar);
+    // Most paths are plain names: walk them without splitting the text into a list.
+    if (path.empty() || path.find('[') != std::string_view::npos)
+        return xml::findElement(start, path, out, xml::Syntax::Autosar);
+    // Each name is copied into a terminated buffer so that pugixml's own child search (a loop
+    // inside the library) can take it; only elements carry names in the reader's documents.
+    char name[256];
+    Element current = start;
+    for (std::size_t begin = 0;;) {
+        const std::size_t slash = path.find('/', begin);
+        const std::size_t length = (slash == std::string_view::npos ? path.size() : slash) - begin;
+        if (length >= sizeof name) return xml::findElement(start, path, out, xml::Syntax::Autosar);
+        path.copy(name, length, begin);
+        name[length] = '\0';
+        current = length == 0 ? Element() : current.child(name);
+        if (!current) return xml::kNotFound;
+        if (slash == std::string_view::npos) break;
+        begin = slash + 1;
+    }
+    out = current;
+    return xml::kOk;
 }
 
 int GetElements(Element start, std::string_view path, ElementList& out) {
@@ -194,10 +213,16 @@ void AutoSarReader::ReadAUTOSARData(const std::string& name) {
     }
 }
 
-int AutoSarReader::LoadFile(const std::string& name) {
-    fileName = name;
+void AutoSarReader::ForgetDocument() {
     packages_.clear();
     packagesRead_ = false;
+    namesBelow_.clear();
+    nestedIn_.clear();
+}
+
+int AutoSarReader::LoadFile(const std::string& name) {
+    fileName = name;
+    ForgetDocument();
     const int code =
         document.loadFile(QString::fromUtf8(name.data(), static_cast<int>(name.size())));
     if (code != xml::kOk) return code;
@@ -205,8 +230,7 @@ int AutoSarReader::LoadFile(const std::string& name) {
 }
 
 int AutoSarReader::LoadText(std::string_view content) {
-    packages_.clear();
-    packagesRead_ = false;
+    ForgetDocument();
     const int code = document.loadText(content);
     if (code != xml::kOk) return code;
     return ReadDocument();
@@ -264,9 +288,37 @@ const ElementList& AutoSarReader::Packages() {
     return packages_;
 }
 
+bool AutoSarReader::Holds(Element package, std::string_view path) {
+    static constexpr std::string_view kElements = "ELEMENTS/";
+    const std::string_view kind = path.substr(std::min(path.size(), kElements.size()));
+    if (path.compare(0, kElements.size(), kElements) != 0 || kind.empty() ||
+        kind.find_first_of("/[") != std::string_view::npos) {
+        ElementList items;
+        return GetElements(package, path, items) == xml::kOk && !items.empty();
+    }
+    const Element elements = xml::firstChild(package, "ELEMENTS");
+    if (!elements) return false;
+    auto it = namesBelow_.find(elements.internal_object());
+    if (it == namesBelow_.end()) {
+        struct Collect : pugi::xml_tree_walker {
+            std::unordered_set<std::string_view>* names;
+            bool for_each(pugi::xml_node& node) override {
+                if (node.type() == pugi::node_element) names->insert(node.name());
+                return true;
+            }
+        } collect;
+        it = namesBelow_.emplace(elements.internal_object(), std::unordered_set<std::string_view>())
+                 .first;
+        collect.names = &it->second;
+        Element(elements).traverse(collect);
+    }
+    return it->second.count(kind) != 0;
+}
+
 ElementList AutoSarReader::FirstPackageWith(std::string_view path) {
     ElementList items;
     for (Element package : Packages()) {
+        if (!Holds(package, path)) continue;
         if (GetElements(package, path, items) == xml::kOk && !items.empty()) return items;
     }
     items.clear();
@@ -279,16 +331,22 @@ Element AutoSarReader::FirstNestedPackageWith(std::initializer_list<std::string_
     // package nested in P can either (its own nested packages are fewer and among P's), so those
     // are passed over: each part of the tree is walked once, however deep the nesting.
     std::unordered_set<const void*> covered;
-    ElementList nested, items;
     for (Element p : Packages()) {
         if (covered.count(p.internal_object())) continue;
-        if (GetElements(p, kPackagePath, nested) != xml::kOk) continue;
+        auto known = nestedIn_.find(p.internal_object());
+        if (known == nestedIn_.end()) {
+            auto list = std::make_unique<ElementList>();
+            if (GetElements(p, kPackagePath, *list) != xml::kOk) list.reset();
+            known = nestedIn_.emplace(p.internal_object(), std::move(list)).first;
+        }
+        if (!known->second) continue;  // no AR-PACKAGES
+        const ElementList& nested = *known->second;
         for (Element q : nested)
             covered.insert(q.internal_object());
         if (nested.size() < minimum) continue;
         for (Element q : nested) {
             for (std::string_view path : paths) {
-                if (GetElements(q, path, items) == xml::kOk && !items.empty()) return q;
+                if (Holds(q, path)) return q;
             }
         }
     }
@@ -638,7 +696,9 @@ int AutoSarReader::ReadEcu(Element element) {
         controller.macroInitialOffsetA = GetUIntValue(p, "MACRO-INITIAL-OFFSET-A", 0u);
         controller.macroInitialOffsetB = GetUIntValue(p, "MACRO-INITIAL-OFFSET-B", 0u);
         controller.maxDrift = GetUIntValue(p, "MAX-DRIFT", 0u);
-        controller.maxDynamicPayloadLength = GetUIntValue(p, "MAXIMUM-DYNAMIC-PAYLOAD-LENGTH", 0u);
+        // Tools write the dynamic payload limit under either name.
+        if (!GetUIntValue(p, "MAXIMUM-DYNAMIC-PAYLOAD-LENGTH", controller.maxDynamicPayloadLength))
+            GetUIntValue(p, "MAX-DYNAMIC-PAYLOAD-LENGTH", controller.maxDynamicPayloadLength);
         controller.microInitialOffsetA = GetUIntValue(p, "MICRO-INITIAL-OFFSET-A", 0u);
         controller.microInitialOffsetB = GetUIntValue(p, "MICRO-INITIAL-OFFSET-B", 0u);
         controller.microPerCycle = GetUIntValue(p, "MICRO-PER-CYCLE", 0u);
@@ -732,6 +792,7 @@ int AutoSarReader::ReadCluster(Element element) {
         cluster.listenNoise = GetUIntValue(p, "LISTEN-NOISE", 0u);
         cluster.macroPerCycle = GetUIntValue(p, "MACRO-PER-CYCLE", 0u);
         cluster.macrotickDuration = GetDoubleValue(p, "MACROTICK-DURATION", 0.0);
+        cluster.maxInitializationError = GetUIntValue(p, "MAX-INITIALIZATION-ERROR", 0u);
         cluster.maxWithoutClockCorrectionFatal =
             GetUIntValue(p, "MAX-WITHOUT-CLOCK-CORRECTION-FATAL", 0u);
         cluster.maxWithoutClockCorrectionPassive =

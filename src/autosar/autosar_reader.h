@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "autosar/autosar_database.h"
@@ -110,9 +112,18 @@ class AutoSarReader {
     int ReadCluster(Element element);
     void ReadChannel(Element element, tAutoSarClusterConfig& cluster);
     void ReadBaseTypes();
+    // True when the list at `path` below `package` is not empty. A path "ELEMENTS/KIND" is
+    // answered from the element names below the package's first ELEMENTS, gathered in one walk
+    // the first time a step asks about that package.
+    bool Holds(Element package, std::string_view path);
+    void ForgetDocument();
 
     ElementList packages_;
     bool packagesRead_ = false;
+    std::unordered_map<const void*, std::unordered_set<std::string_view>> namesBelow_;
+    // The packages nested in a package (null list: it has no AR-PACKAGES), gathered once per
+    // document for the steps that search nested packages.
+    std::unordered_map<const void*, std::unique_ptr<ElementList>> nestedIn_;
     tAutoSarMap<bool> signedBaseTypes_;  // SW-BASE-TYPE name -> encoding "2C"
 };
 

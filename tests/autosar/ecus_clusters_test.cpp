@@ -169,7 +169,7 @@ TEST_F(CycleForms, ClusterParametersAndChannels) {
     EXPECT_EQ(c.minislotDuration, 6u);
     EXPECT_EQ(c.networkIdleTime, 103u);
     EXPECT_EQ(c.networkManagementVectorLength, 2u);
-    EXPECT_EQ(c.numberOfMinislots, 289u);
+    EXPECT_EQ(c.numberOfMinislots, 314u);
     EXPECT_EQ(c.numberOfStaticSlots, 60u);
     EXPECT_EQ(c.offsetCorrectionStart, 4920u);
     EXPECT_EQ(c.payloadLengthStatic, 16u);
@@ -301,6 +301,30 @@ TEST_F(SmallSystem, TriggeringsLinkPdusSignalsAndPorts) {
     EXPECT_EQ(st.ports.at(0)->kind, tAutoSarPortKind::ISignal);
     const auto& ft = at(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A");
     EXPECT_EQ(ft.pduTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
+}
+
+}  // namespace
+
+namespace {
+
+using namespace kelo_test;
+
+TEST_F(AutosarTest, AlternativeParameterNames) {
+    const std::string ecu =
+        "<ECU-INSTANCE><SHORT-NAME>E</SHORT-NAME><COMM-CONTROLLERS>"
+        "<FLEXRAY-COMMUNICATION-CONTROLLER><SHORT-NAME>CC</SHORT-NAME>"
+        "<FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS><FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL>"
+        "<MAX-DYNAMIC-PAYLOAD-LENGTH>42</MAX-DYNAMIC-PAYLOAD-LENGTH>"
+        "</FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL></"
+        "FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS>"
+        "</FLEXRAY-COMMUNICATION-CONTROLLER></COMM-CONTROLLERS></ECU-INSTANCE>";
+    const std::string cluster =
+        "<FLEXRAY-CLUSTER><SHORT-NAME>C</SHORT-NAME><FLEXRAY-CLUSTER-VARIANTS>"
+        "<FLEXRAY-CLUSTER-CONDITIONAL><MAX-INITIALIZATION-ERROR>3</MAX-INITIALIZATION-ERROR>"
+        "</FLEXRAY-CLUSTER-CONDITIONAL></FLEXRAY-CLUSTER-VARIANTS></FLEXRAY-CLUSTER>";
+    ASSERT_EQ(loadText(arxml(package("P", ecu + cluster))), 0);
+    EXPECT_EQ(at(db.controllers, "E/CC").maxDynamicPayloadLength, 42u);
+    EXPECT_EQ(at(db.clusters, "C").maxInitializationError, 3u);
 }
 
 }  // namespace
