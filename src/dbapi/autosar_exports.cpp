@@ -113,7 +113,7 @@ ClusterParameters clusterParameters(const autosar::tAutoSarClusterConfig& c) {
     p.wakeUpSymbolRxLow = c.wakeupRxLow;
     p.wakeUpSymbolTxLow = c.wakeupTxActive;
     p.macrotick = microseconds(c.macrotickDuration);
-    p.maxInitializationError = 0;  // AUTOSAR clusters do not carry it
+    p.maxInitializationError = c.maxInitializationError;
     p.cycleCountMax = c.cycleCountMax;
     return p;
 }

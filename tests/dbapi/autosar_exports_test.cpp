@@ -427,7 +427,7 @@ TEST_F(AutosarExports, ParameterBlocksCarryTheRecordsFields) {
         {"gdWakeupSymbolTxLow", cluster[32], c.wakeupTxActive & 0xFF},
         {"gdMacrotick (us)", cluster[33],
          std::uint32_t(std::lround(c.macrotickDuration * 1e6)) & 0xFF},
-        {"gdMaxInitializationError", cluster[34], 0},
+        {"gdMaxInitializationError", cluster[34], c.maxInitializationError & 0xFF},
         {"gCycleCountMax", cluster[35], c.cycleCountMax & 0xFF},
         {"cc bit rate", cc[4],
          c.baudrate == 2500000u   ? 2u
