@@ -345,6 +345,34 @@ TEST_F(AutosarExports, EveryMappedSignalRoundTripsAtItsRecordedPosition) {
     }
 }
 
+// Signals of a frame's second PDU land at that PDU's byte offset in the frame, in both byte
+// orders; decoding finds them again by slot and cycle.
+TEST(AutosarCodec, SignalsOfASecondPduSitAtItsOffsetInTheFrame) {
+    ASSERT_EQ(KFr_AutoSar_Open(arxml("frame-with-two-pdus-4.2.arxml").c_str()), 0);
+    std::vector<unsigned char> payload(510, 0);
+    const struct {
+        const char* name;
+        float value;
+    } writes[] = {{"Head", 0xAB}, {"Head_UB", 1}, {"Tail", 0x34}, {"TailBig", 0xABC}};
+    for (const auto& w : writes)
+        ASSERT_EQ(KFr_AutoSar_encodeSignal(w.name, w.value, payload.data(), 8), 0) << w.name;
+    // Head at byte 0, its update bit at bit 31; Tail at byte 4 (the second PDU's start);
+    // TailBig most significant byte first from bit 7 of byte 5, twelve bits.
+    const std::vector<unsigned char> expected = {0xAB, 0, 0, 0x80, 0x34, 0xAB, 0xC0, 0};
+    EXPECT_EQ(std::vector<unsigned char>(payload.begin(), payload.begin() + 8), expected);
+    const auto header = rxHeader(5, 0);
+    for (const auto& w : writes) {
+        float value = 0;
+        ASSERT_EQ(KFr_AutoSar_decodeSignal(header.data(), payload.data(), w.name, &value), 0)
+            << w.name;
+        EXPECT_EQ(value, w.value) << w.name;
+    }
+    // The bit-count test of the encoder: a most-significant-byte-first field near the end of the
+    // payload counts its start bit plus its length, and is refused.
+    EXPECT_EQ(KFr_AutoSar_encodeSignal("TailBig", 1.0f, payload.data(), 7), 15);
+    EXPECT_EQ(KFr_AutoSar_Close(), 0);
+}
+
 TEST_F(AutosarExports, CodecStatusCodesAndUpdateBits) {
     std::vector<unsigned char> payload(510, 0);
     const autosar::tAutoSarFrameInfo& frame = db().frames.at("Brake_Status_Frame");
