@@ -550,6 +550,32 @@ TEST_F(AutosarExports, ParameterBlocksCarryTheRecordsFields) {
     EXPECT_EQ(node[32], 40);
 }
 
+// The node block's microticks-per-macrotick byte divides by the gMacroPerCycle of whichever
+// GetParameter ran last, FIBEX or AUTOSAR.
+TEST(AutosarParameters, TheDivisorIsSharedWithTheFibexQuery) {
+    ASSERT_EQ(KFr_AutoSar_Open(kEcusAndClusters.c_str()), 0);
+    ASSERT_EQ(KFr_Fibex_Open(queriesFile().c_str()), 0);
+    unsigned char cluster[36], node[48], cc[5];
+    fnpt fibexNode;
+
+    // The FIBEX NodeA has 215000 microticks per cycle: 43 per macrotick with 5000 macroticks.
+    ASSERT_EQ(KFr_Fibex_GetParameter("QueryCluster", "NodeA", cluster, node, cc), 0);
+    ASSERT_EQ(KFr_Fibex_GetControllerParameter("NodeA", &fibexNode), 0);
+    EXPECT_EQ(fibexNode.microPerMacro, 43);
+    // An AUTOSAR cluster without parameters sets the divisor to 0: the FIBEX controller now gets
+    // 40.
+    ASSERT_EQ(KFr_AutoSar_GetParameter("EmptyCluster", "NodeA", cluster, node, cc), 0);
+    ASSERT_EQ(KFr_Fibex_GetControllerParameter("NodeA", &fibexNode), 0);
+    EXPECT_EQ(fibexNode.microPerMacro, 40);
+    // An AUTOSAR cluster of 5000 macroticks divides the FIBEX controller's microticks again.
+    ASSERT_EQ(KFr_AutoSar_GetParameter("Backbone", "NodeA", cluster, node, cc), 0);
+    EXPECT_EQ(cluster[0] | cluster[1] << 8, 5000);
+    ASSERT_EQ(KFr_Fibex_GetControllerParameter("NodeA", &fibexNode), 0);
+    EXPECT_EQ(fibexNode.microPerMacro, 43);
+    EXPECT_EQ(KFr_Fibex_Close(), 0);
+    EXPECT_EQ(KFr_AutoSar_Close(), 0);
+}
+
 // By-name slot configuration, transmit and receive on the emulator.
 class AutosarByName : public AutosarExports {
   protected:
