@@ -20,6 +20,10 @@ inline std::string autosarFile(const std::string& name) {
     return dataFile("autosar/" + name);
 }
 
+// The complete FlexRay system the AUTOSAR example program reads (examples/), named relative to
+// tests/data/autosar: it doubles as the suites' realistic whole-system file.
+inline constexpr const char* kExampleSystem = "../../../examples/chassis-flexray-4.2.arxml";
+
 // The mapped value under key; a missing key fails the test and yields a reset record.
 template <class Map>
 const typename Map::mapped_type& at(const Map& map, const std::string& key) {

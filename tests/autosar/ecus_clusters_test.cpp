@@ -204,7 +204,7 @@ TEST_F(CycleForms, ClusterParametersAndChannels) {
 // The realistic system the database interface and the demo use.
 class SmallSystem : public AutosarTest {
   protected:
-    void SetUp() override { loadOk("small-flexray-system-4.2.arxml"); }
+    void SetUp() override { loadOk(kExampleSystem); }
 };
 
 TEST_F(SmallSystem, NamesForTheQueries) {

@@ -52,7 +52,7 @@ TEST_F(AutosarTest, FilesOfEachOutcome) {
         const char* file;
         int result;
     } cases[] = {
-        {"small-flexray-system-4.2.arxml", 0},
+        {kExampleSystem, 0},
         {"units-in-second-package-4.1.arxml", 0},
         {"schema-4.3-refused.arxml", 7},
         {"schema-location-one-part-4.2.arxml", 7},
@@ -69,7 +69,7 @@ TEST_F(AutosarTest, FilesOfEachOutcome) {
 }
 
 TEST_F(AutosarTest, ConstructorLoadsAndKeepsTheName) {
-    const std::string path = autosarFile("small-flexray-system-4.2.arxml");
+    const std::string path = autosarFile(kExampleSystem);
     AutoSarReader loaded(path);
     EXPECT_TRUE(loaded.IsLoaded());
     EXPECT_EQ(std::string(loaded.GetFileName()), path);
@@ -89,13 +89,13 @@ TEST_F(AutosarTest, ConstructorLoadsAndKeepsTheName) {
 }
 
 TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
-    reader.ReadAUTOSARData(autosarFile("small-flexray-system-4.2.arxml"));
+    reader.ReadAUTOSARData(autosarFile(kExampleSystem));
     ASSERT_TRUE(reader.IsLoaded());
     ASSERT_FALSE(db.frames.empty());
 
     reader.ReadAUTOSARData("");  // nothing at all changes
     EXPECT_TRUE(reader.IsLoaded());
-    EXPECT_EQ(std::string(reader.GetFileName()), autosarFile("small-flexray-system-4.2.arxml"));
+    EXPECT_EQ(std::string(reader.GetFileName()), autosarFile(kExampleSystem));
     EXPECT_FALSE(db.frames.empty());
 
     reader.ReadAUTOSARData(autosarFile("units-in-second-package-4.1.arxml"));
@@ -128,7 +128,7 @@ TEST_F(AutosarTest, FailingStepRunsTwiceAndStopsTheLoad) {
 }
 
 TEST_F(AutosarTest, EachStepCanRunTwiceWithTheSameResult) {
-    loadOk("small-flexray-system-4.2.arxml");
+    loadOk(kExampleSystem);
     const auto sizes = [this] {
         return std::vector<std::size_t>{db.units.size(),          db.compuMethods.size(),
                                         db.ports.size(),          db.systemSignals.size(),
@@ -152,7 +152,7 @@ TEST_F(AutosarTest, EachStepCanRunTwiceWithTheSameResult) {
 // ---- input that must not crash -------------------------------------------------------------
 
 TEST_F(AutosarTest, TruncatedFilesNeverCrash) {
-    const std::string whole = readWholeFile(autosarFile("small-flexray-system-4.2.arxml"));
+    const std::string whole = readWholeFile(autosarFile(kExampleSystem));
     for (std::size_t cut = 0; cut < whole.size(); cut += 97) {
         AutoSarReader fresh;
         const std::string_view part = std::string_view(whole).substr(0, cut);

@@ -51,7 +51,7 @@ TEST_F(AutosarDiagnostics, EachMessageOfARead) {
         Lines between;  // the lines between "started" and the outcome
         bool ok;
     } cases[] = {
-        {"small-flexray-system-4.2.arxml", {}, true},
+        {kExampleSystem, {}, true},
         {"units-in-second-package-4.1.arxml",
          {"error #3 in ParseUnits: AUTOSAR parse error: DISPLAY-NAME for unit item not found!"},
          true},

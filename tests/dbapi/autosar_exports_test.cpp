@@ -24,7 +24,8 @@ namespace {
 std::string arxml(const char* name) {
     return std::string(KELO_TEST_DATA_DIR) + "/autosar/" + name;
 }
-const std::string kSystem = arxml("small-flexray-system-4.2.arxml");
+// The example program's system description: a complete cluster with three ECUs and twelve frames.
+const std::string kSystem = arxml("../../../examples/chassis-flexray-4.2.arxml");
 const std::string kEcusAndClusters = arxml("ecus-and-cluster-cycle-forms-4.1.arxml");
 const std::string kNoCluster = arxml("units-in-second-package-4.1.arxml");
 
