@@ -10,6 +10,7 @@
 #include <set>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KeLoComm.h"
@@ -417,6 +418,8 @@ KELOCOMM_API unsigned char KFr_AutoSar_decodeSignal(const unsigned char* rxHeade
         const autosar::tAutoSarDatabase* db = usableAutosar();
         if (db == nullptr) return kNoDatabase;
         const std::string& frameName = db->frameNameAt(headerSlot(rxHeader), rxHeader[19]);
+        // Compared as a view: lengths first, so most names are rejected without a byte compare.
+        const std::string_view wanted(signalName);
         if (frameName.empty()) return kFrameUnknown;
         const auto frame = db->frames.find(frameName);
         if (frame == db->frames.end()) return kFrameUnknown;
@@ -424,10 +427,10 @@ KELOCOMM_API unsigned char KFr_AutoSar_decodeSignal(const unsigned char* rxHeade
             if (pdu == nullptr) continue;
             for (const autosar::tAutoSarSignalInfo* signal : pdu->signals) {
                 if (signal == nullptr) continue;
-                if (signal->name == signalName)
+                if (signal->name == wanted)
                     return decodeValue(codingOf(*db, *signal), payload, kDecodePayloadSize, value);
                 const autosar::tAutoSarSignalInfo* updateBit = signal->updateBitSignal;
-                if (updateBit != nullptr && updateBit->name == signalName) {
+                if (updateBit != nullptr && updateBit->name == wanted) {
                     *value = decodeUpdateBit(payload, kDecodePayloadSize,
                                              framePosition(*db, *updateBit));
                     return kOk;

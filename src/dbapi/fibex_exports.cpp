@@ -6,6 +6,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 
 #include "KeLoComm.h"
 #include "dbapi/database_handles.h"
@@ -235,16 +236,18 @@ KELOCOMM_API unsigned char KFr_Fibex_decodeSignal(const unsigned char* rxHeader,
         const fibex::BusDatabase* db = usableFibex();
         if (db == nullptr) return kNoDatabase;
         const std::string& frameName = db->frameNameAt(headerSlot(rxHeader), rxHeader[19]);
+        // Compared as a view: lengths first, so most names are rejected without a byte compare.
+        const std::string_view wanted(signalName);
         if (frameName.empty()) return kFrameUnknown;
         const auto frame = db->framesByName.find(frameName);
         if (frame == db->framesByName.end() || frame->second == nullptr) return kFrameUnknown;
         for (const fibex::PduInstance& pi : frame->second->pduInstances) {
             if (pi.pdu == nullptr) continue;
             for (const fibex::SignalInstance& si : pi.pdu->signalInstances) {
-                if (si.signal != nullptr && si.signal->shortName == signalName)
+                if (si.signal != nullptr && si.signal->shortName == wanted)
                     return decodeValue(codingOf(*si.signal, si.isHighLowByteOrder), payload,
                                        kDecodePayloadSize, value);
-                if (si.updateBitSignal != nullptr && si.updateBitSignal->shortName == signalName) {
+                if (si.updateBitSignal != nullptr && si.updateBitSignal->shortName == wanted) {
                     *value = decodeUpdateBit(payload, kDecodePayloadSize,
                                              si.updateBitSignal->bitPosition);
                     return kOk;
