@@ -32,11 +32,6 @@ const tAutoSarDatabase* usableAutosar() {
     return AutosarDb != nullptr && AutosarDb->IsLoaded() ? &AutosarDb->Database() : nullptr;
 }
 
-bool endsWithUpdateBitSuffix(const char* name) {
-    const std::size_t n = std::strlen(name);
-    return n >= 3 && std::strcmp(name + n - 3, "_UB") == 0;
-}
-
 // Where a signal sits in the frame payload: the PDU's byte offset in the frame plus the
 // signal's start position in the PDU. PDUs start on byte boundaries; the PDU's start position
 // is a bit number (for most-significant-byte-first packing the bit 7 of the first byte), so its
@@ -268,25 +263,12 @@ KELOCOMM_API unsigned char KFr_AutoSar_Open(const char* path) {
         if (!isExistingFile(path)) return kNoDatabase;
         auto reader = std::make_unique<autosar::AutoSarReader>(std::string(path));
         const bool loaded = reader->IsLoaded();
-        {
-            std::unique_lock<std::shared_mutex> lock(DatabaseLock);
-            delete AutosarDb;
-            AutosarDb = loaded ? reader.release() : nullptr;
-        }
-        if (!loaded) return kNotLoaded;
-        resetFrameMaps();
-        return kOk;
+        return installDatabase(AutosarDb, std::move(reader), loaded);
     });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_Close(void) {
-    return guardedStatus([&]() -> unsigned char {
-        std::unique_lock<std::shared_mutex> lock(DatabaseLock);
-        if (AutosarDb == nullptr) return kNoDatabase;
-        delete AutosarDb;
-        AutosarDb = nullptr;
-        return kOk;
-    });
+    return guardedStatus([&]() { return closeDatabase(AutosarDb); });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_GetMaxNameLength(unsigned int* length) {
@@ -295,25 +277,13 @@ KELOCOMM_API unsigned char KFr_AutoSar_GetMaxNameLength(unsigned int* length) {
         std::shared_lock<std::shared_mutex> lock(DatabaseLock);
         const autosar::tAutoSarDatabase* db = usableAutosar();
         if (db == nullptr) return kNoDatabase;
-        std::size_t longest = 0;
-        for (const auto& e : db->frames)
-            longest = std::max(longest, e.first.size());
-        for (const auto& e : db->signals)
-            longest = std::max(longest, e.first.size());
-        *length = static_cast<unsigned int>(longest + 1);
+        *length = nameBufferSize(db->frames, db->signals);
         return kOk;
     });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName(const unsigned char* rxHeader, char* nameOut) {
-    return guardedStatus([&]() -> unsigned char {
-        if (rxHeader == nullptr || nameOut == nullptr) return kBadArgument;
-        std::shared_lock<std::shared_mutex> lock(DatabaseLock);
-        const autosar::tAutoSarDatabase* db = usableAutosar();
-        if (db == nullptr) return kNoDatabase;
-        copyName(db->frameNameAt(headerSlot(rxHeader), rxHeader[19]), nameOut);
-        return kOk;
-    });
+    return guardedStatus([&]() { return frameNameOfHeader(rxHeader, nameOut, usableAutosar); });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName_BySignalName(const char* signalName,
@@ -517,41 +487,25 @@ KELOCOMM_API unsigned char KFr_AutoSar_Set_Slot_Parameter_Wrapper(unsigned char 
                                                                   const char* frameName,
                                                                   unsigned char p3,
                                                                   unsigned char p4) {
-    return guardedStatus([&]() -> unsigned char {
-        unsigned char block[12] = {};
-        const unsigned char found = KFr_AutoSar_GetSlotParameter(frameName, p3, p4, block);
-        if (found != 0) return found;
-        const unsigned char set =
-            KFr_Set_Slot_Parameter_Wrapper(static_cast<signed char>(idx), node, block);
-        if (set != 0) return set;
-        storeBufferIndex(AutosarFrameBufferIndexMap, frameName, block[0]);
-        return kOk;
+    return guardedStatus([&]() {
+        return setSlotByName(idx, node, frameName, p3, p4, KFr_AutoSar_GetSlotParameter,
+                             AutosarFrameBufferIndexMap);
     });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_Transmit_Wrapper(unsigned char idx, unsigned char p1,
                                                         const char* frameName, unsigned char* data,
                                                         unsigned char length) {
-    return guardedStatus([&]() -> unsigned char {
-        if (frameName == nullptr) return kBadArgument;
-        const std::uint8_t buffer = bufferIndexFor(AutosarFrameBufferIndexMap, frameName);
-        return KFr_Transmit_Wrapper(static_cast<signed char>(idx), p1, buffer, data,
-                                    static_cast<unsigned char>(length >> 1));
+    return guardedStatus([&]() {
+        return transmitByName(AutosarFrameBufferIndexMap, idx, p1, frameName, data, length);
     });
 }
 
 KELOCOMM_API unsigned char KFr_AutoSar_Receive_Wrapper(signed char idx, unsigned char* headerOut,
                                                        unsigned char* payloadOut,
                                                        char* frameNameOut, unsigned int param) {
-    return guardedStatus([&]() -> unsigned char {
-        unsigned char record[kReceiveRecordSize] = {};
-        const unsigned char status = receiveForName(idx, record, headerOut, payloadOut, param);
-        if (status != 0) return status;
-        std::shared_lock<std::shared_mutex> lock(DatabaseLock);
-        const autosar::tAutoSarDatabase* db = usableAutosar();
-        if (db == nullptr) return kNoDatabase;
-        if (frameNameOut) copyName(db->frameNameAt(headerSlot(record), record[19]), frameNameOut);
-        return kOk;
+    return guardedStatus([&]() {
+        return receiveByName(idx, headerOut, payloadOut, frameNameOut, param, usableAutosar);
     });
 }
 

@@ -153,41 +153,18 @@ KELOCOMM_API unsigned char KFr_Fibex_Open(const char* path) {
     return guardedStatus([&]() -> unsigned char {
         if (!isExistingFile(path)) return kNoDatabase;
         auto db = std::make_unique<fibex::BusDatabase>();
-        {
-            fibex::FibexReader reader(*db);
-            reader.ReadFIBEXData(path);
-        }
+        fibex::FibexReader(*db).ReadFIBEXData(path);
         const bool loaded = db->loaded;
-        {
-            std::unique_lock<std::shared_mutex> lock(DatabaseLock);
-            delete FibexDb;
-            FibexDb = loaded ? db.release() : nullptr;
-        }
-        if (!loaded) return kNotLoaded;
-        resetFrameMaps();
-        return kOk;
+        return installDatabase(FibexDb, std::move(db), loaded);
     });
 }
 
 KELOCOMM_API unsigned char KFr_Fibex_Close(void) {
-    return guardedStatus([&]() -> unsigned char {
-        std::unique_lock<std::shared_mutex> lock(DatabaseLock);
-        if (FibexDb == nullptr) return kNoDatabase;
-        delete FibexDb;
-        FibexDb = nullptr;
-        return kOk;
-    });
+    return guardedStatus([&]() { return closeDatabase(FibexDb); });
 }
 
 KELOCOMM_API unsigned char KFr_Fibex_GetFrameName(const unsigned char* rxHeader, char* nameOut) {
-    return guardedStatus([&]() -> unsigned char {
-        if (rxHeader == nullptr || nameOut == nullptr) return kBadArgument;
-        std::shared_lock<std::shared_mutex> lock(DatabaseLock);
-        const fibex::BusDatabase* db = usableFibex();
-        if (db == nullptr) return kNoDatabase;
-        copyName(db->frameNameAt(headerSlot(rxHeader), rxHeader[19]), nameOut);
-        return kOk;
-    });
+    return guardedStatus([&]() { return frameNameOfHeader(rxHeader, nameOut, usableFibex); });
 }
 
 KELOCOMM_API unsigned char KFr_Fibex_GetFrameName_BySignalName(const char* signalName,
@@ -216,12 +193,7 @@ KELOCOMM_API unsigned char KFr_Fibex_GetMaxNameLength(unsigned int* length) {
         std::shared_lock<std::shared_mutex> lock(DatabaseLock);
         const fibex::BusDatabase* db = usableFibex();
         if (db == nullptr) return kNoDatabase;
-        std::size_t longest = 0;
-        for (const auto& e : db->framesByName)
-            longest = std::max(longest, e.first.size());
-        for (const auto& e : db->signalsByName)
-            longest = std::max(longest, e.first.size());
-        *length = static_cast<unsigned int>(longest + 1);
+        *length = nameBufferSize(db->framesByName, db->signalsByName);
         return kOk;
     });
 }
@@ -270,8 +242,7 @@ KELOCOMM_API unsigned char KFr_Fibex_encodeSignal(const char* signalName, float 
         if (entry == db->signalsByName.end() || entry->second == nullptr) return kSignalUnknown;
         const fibex::Signal& signal = *entry->second;
         if (signal.frame == nullptr && signal.secondFrame == nullptr) return kNotInFrame;
-        const std::size_t n = std::strlen(signalName);
-        if (n >= 3 && std::strcmp(signalName + n - 3, "_UB") == 0)
+        if (endsWithUpdateBitSuffix(signalName))
             return encodeUpdateBit(signal.bitPosition, value, payload, payloadLength);
         return encodeValue(codingOf(signal, signal.isHighLowByteOrder), value, payload,
                            payloadLength);
@@ -351,27 +322,17 @@ KELOCOMM_API unsigned char KFr_Fibex_Set_Slot_Parameter_Wrapper(unsigned char id
                                                                 const char* frameName,
                                                                 unsigned char p3,
                                                                 unsigned char p4) {
-    return guardedStatus([&]() -> unsigned char {
-        unsigned char block[12] = {};
-        const unsigned char found = KFr_Fibex_GetSlotParameter(frameName, p3, p4, block);
-        if (found != 0) return found;
-        const unsigned char set =
-            KFr_Set_Slot_Parameter_Wrapper(static_cast<signed char>(idx), node, block);
-        if (set != 0) return set;
-        storeBufferIndex(FrameBufferIndexMap, frameName, block[0]);
-        return kOk;
+    return guardedStatus([&]() {
+        return setSlotByName(idx, node, frameName, p3, p4, KFr_Fibex_GetSlotParameter,
+                             FrameBufferIndexMap);
     });
 }
 
 KELOCOMM_API unsigned char KFr_Fibex_Transmit_Wrapper(unsigned char idx, unsigned char p1,
                                                       const char* frameName, unsigned char* data,
                                                       unsigned char length) {
-    return guardedStatus([&]() -> unsigned char {
-        if (frameName == nullptr) return kBadArgument;
-        const std::uint8_t buffer = bufferIndexFor(FrameBufferIndexMap, frameName);
-        return KFr_Transmit_Wrapper(static_cast<signed char>(idx), p1, buffer, data,
-                                    static_cast<unsigned char>(length >> 1));
-    });
+    return guardedStatus(
+        [&]() { return transmitByName(FrameBufferIndexMap, idx, p1, frameName, data, length); });
 }
 
 KELOCOMM_API unsigned char KFr_Fibex_FillData_beforeTransmit_MultiFrame_Wrapper(
@@ -393,15 +354,8 @@ extern "C" KELOCOMM_API unsigned char KFr_Fibex_Receive_Wrapper(signed char idx,
                                                                 unsigned char* payloadOut,
                                                                 char* frameNameOut,
                                                                 unsigned int param) {
-    return guardedStatus([&]() -> unsigned char {
-        unsigned char record[kReceiveRecordSize] = {};
-        const unsigned char status = receiveForName(idx, record, headerOut, payloadOut, param);
-        if (status != 0) return status;
-        std::shared_lock<std::shared_mutex> lock(DatabaseLock);
-        const fibex::BusDatabase* db = usableFibex();
-        if (db == nullptr) return kNoDatabase;
-        if (frameNameOut) copyName(db->frameNameAt(headerSlot(record), record[19]), frameNameOut);
-        return kOk;
+    return guardedStatus([&]() {
+        return receiveByName(idx, headerOut, payloadOut, frameNameOut, param, usableFibex);
     });
 }
 
