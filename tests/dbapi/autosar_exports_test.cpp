@@ -659,7 +659,8 @@ TEST_F(AutosarByName, ConfigureTransmitAndReceiveByName) {
     // Receive by name on index 0: the node sends the configured frame back.
     unsigned char block[12] = {};
     ASSERT_EQ(KFr_AutoSar_GetSlotParameter("Engine_Status_Frame", 0, 1, block), 0);
-    std::vector<unsigned char> record(13);
+    // The device's slot record: node, the 12-byte block, one spare byte.
+    std::vector<unsigned char> record(14);
     std::memcpy(record.data() + 1, block, 12);
     ASSERT_EQ(lib_->Fr_Set_Slot_Parameter(record.data()), 0);
     ASSERT_EQ(lib_->Fr_Transmit(0, record[1], data.data(), 4), 0);

@@ -175,7 +175,8 @@ class ReceiveByName : public FibexDatabaseTest {
             << "device exports with an index keep their own check";
         unsigned char block[12] = {};
         ASSERT_EQ(KFr_Fibex_GetSlotParameter("Frame20", 0, 1, block), 0);
-        std::vector<unsigned char> record(13);
+        // The device's slot record: node, the 12-byte block, one spare byte.
+        std::vector<unsigned char> record(14);
         std::memcpy(record.data() + 1, block, 12);
         ASSERT_EQ(lib_->Fr_Set_Slot_Parameter(record.data()), 0);
         ASSERT_EQ(lib_->Fr_Transmit(0, record[1], const_cast<unsigned char*>(data.data()),
