@@ -1,92 +1,13 @@
 #include "autosar_generator.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
-#include <cstdio>
-#include <cstring>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 namespace kelo {
 namespace gen {
 
 namespace {
-
-class Rng {
-  public:
-    explicit Rng(std::uint64_t seed) : state_(seed) {}
-    std::uint64_t next() {
-        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    // Uniform in [0, n); 0 for n == 0.
-    std::uint32_t below(std::uint32_t n) {
-        return static_cast<std::uint32_t>(((next() >> 32) * n) >> 32);
-    }
-    bool percent(std::uint32_t p) { return below(100) < p; }
-
-  private:
-    std::uint64_t state_;
-};
-
-class Out {
-  public:
-    static constexpr std::size_t kChunk = 1u << 20;
-
-    explicit Out(const AutosarSink& sink) : sink_(sink) { buf_.reserve(kChunk + 64 * 1024); }
-
-    Out& operator<<(std::string_view text) {
-        buf_.append(text.data(), text.size());
-        return *this;
-    }
-    Out& operator<<(const char* text) { return *this << std::string_view(text); }
-    Out& operator<<(const std::string& text) { return *this << std::string_view(text); }
-    Out& operator<<(char c) {
-        buf_.push_back(c);
-        return *this;
-    }
-    template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
-    Out& operator<<(T value) {
-        char digits[24];
-        const auto result = std::to_chars(digits, digits + sizeof digits, value);
-        buf_.append(digits, static_cast<std::size_t>(result.ptr - digits));
-        return *this;
-    }
-    Out& number(double value) {
-        char digits[40];
-        const auto result = std::to_chars(digits, digits + sizeof digits, value);
-        buf_.append(digits, static_cast<std::size_t>(result.ptr - digits));
-        return *this;
-    }
-    // Start of a line at this depth (two spaces per level).
-    Out& at(int depth) {
-        buf_.push_back('\n');
-        buf_.append(static_cast<std::size_t>(depth) * 2, ' ');
-        return *this;
-    }
-    void maybeFlush() {
-        if (buf_.size() >= kChunk) flush();
-    }
-    void flush() {
-        if (ok_ && !buf_.empty()) {
-            ok_ = sink_(buf_.data(), buf_.size());
-            bytes_ += buf_.size();
-        }
-        buf_.clear();
-    }
-    bool ok() const { return ok_; }
-    std::uint64_t bytes() const { return bytes_ + buf_.size(); }
-
-  private:
-    const AutosarSink& sink_;
-    std::string buf_;
-    std::uint64_t bytes_ = 0;
-    bool ok_ = true;
-};
 
 constexpr const char* kPackage = "/Generated";
 constexpr std::uint32_t kUnits = 8;
@@ -138,7 +59,7 @@ void leaf(Out& out, int depth, const char* tag, std::uint64_t value) {
 
 }  // namespace
 
-bool generateAutosar(const AutosarOptions& options, const AutosarSink& sink, AutosarStats* stats) {
+bool generateAutosar(const AutosarOptions& options, const Sink& sink, AutosarStats* stats) {
     Out out(sink);
     Rng rng(options.seed);
     const std::uint32_t ecus = std::max<std::uint32_t>(2, options.ecus);
@@ -542,22 +463,8 @@ bool generateAutosar(const AutosarOptions& options, const AutosarSink& sink, Aut
 
 bool writeAutosarFile(const AutosarOptions& options, const std::string& path, AutosarStats* stats,
                       std::string* error) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) {
-        if (error) *error = "cannot open " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    const AutosarSink sink = [file](const char* data, std::size_t size) {
-        return std::fwrite(data, 1, size, file) == size;
-    };
-    bool ok = generateAutosar(options, sink, stats);
-    const int savedErrno = errno;
-    if (std::fclose(file) != 0) ok = false;
-    if (!ok) {
-        if (error) *error = "cannot write " + path + ": " + std::strerror(savedErrno);
-        std::remove(path.c_str());
-    }
-    return ok;
+    return writeDocumentFile(
+        path, [&](const Sink& sink) { return generateAutosar(options, sink, stats); }, error);
 }
 
 AutosarOptions autosarOptionsForSize(double megabytes, std::uint32_t signalsPerFrame,
@@ -565,23 +472,14 @@ AutosarOptions autosarOptionsForSize(double megabytes, std::uint32_t signalsPerF
     AutosarOptions options;
     options.signalsPerFrame = std::max<std::uint32_t>(1, signalsPerFrame);
     options.seed = seed;
-    // Size grows linearly with the frame count; two small documents give the slope and the
-    // fixed part.
-    const auto sizeOf = [&](std::uint32_t frames) {
+    options.frames = framesForSize(megabytes, [&](std::uint32_t frames) {
         AutosarOptions probe = options;
         probe.frames = frames;
         AutosarStats stats;
         generateAutosar(
             probe, [](const char*, std::size_t) { return true; }, &stats);
-        return static_cast<double>(stats.bytes);
-    };
-    const std::uint32_t small = 200, large = 1200;
-    const double a = sizeOf(small), b = sizeOf(large);
-    const double perFrame = (b - a) / (large - small);
-    const double fixed = a - perFrame * small;
-    const double target = megabytes * 1024.0 * 1024.0;
-    const double frames = perFrame > 0 ? (target - fixed) / perFrame : 1;
-    options.frames = static_cast<std::uint32_t>(std::clamp(frames, 1.0, 4.0e9));
+        return stats.bytes;
+    });
     return options;
 }
 

@@ -10,10 +10,10 @@
 // always give the same bytes.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
+
+#include "generator_support.h"
 
 namespace kelo {
 namespace gen {
@@ -41,11 +41,8 @@ struct AutosarStats {
     std::uint32_t ports = 0;
 };
 
-// Receives the document in chunks of about 1 MiB; returns false to stop (e.g. a write error).
-using AutosarSink = std::function<bool(const char* data, std::size_t size)>;
-
 // Writes one document to the sink. False when the sink refused a chunk.
-bool generateAutosar(const AutosarOptions& options, const AutosarSink& sink,
+bool generateAutosar(const AutosarOptions& options, const Sink& sink,
                      AutosarStats* stats = nullptr);
 
 // Writes one document to a file; on failure `error` (when given) says why.

@@ -1,12 +1,7 @@
 #include "fibex_generator.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <string_view>
-#include <type_traits>
 #include <vector>
 
 namespace kelo {
@@ -15,8 +10,7 @@ namespace gen {
 namespace {
 
 // ---- randomness -------------------------------------------------------------------------------
-// splitmix64: tiny, fast and the same on every platform (the standard distributions are not),
-// so a seed gives the same document everywhere.
+// Seeds for the independent streams (splitmix64 finaliser over seed and stream number).
 
 constexpr std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
     std::uint64_t z = a ^ (b * 0x9E3779B97F4A7C15ull + 0x632BE59BD9B4E019ull);
@@ -25,29 +19,6 @@ constexpr std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
     return z ^ (z >> 31);
 }
 
-class Rng {
-  public:
-    explicit Rng(std::uint64_t seed) : state_(seed) {}
-    std::uint64_t next() {
-        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    // Uniform in [0, n); 0 for n == 0.
-    std::uint32_t below(std::uint32_t n) {
-        return static_cast<std::uint32_t>(((next() >> 32) * n) >> 32);
-    }
-    bool percent(std::uint32_t p) { return below(100) < p; }
-    template <typename T, std::size_t N>
-    const T& pick(const T (&items)[N]) {
-        return items[below(static_cast<std::uint32_t>(N))];
-    }
-
-  private:
-    std::uint64_t state_;
-};
-
 // Independent streams per purpose, so that a change in one part leaves the others alone.
 enum Stream : std::uint64_t {
     kCodingStream = 1,
@@ -55,65 +26,6 @@ enum Stream : std::uint64_t {
     kScheduleStream = 3,
     kEcuStream = 4,
     kNameStream = 5,
-};
-
-// ---- output -----------------------------------------------------------------------------------
-
-class Out {
-  public:
-    static constexpr std::size_t kChunk = 1u << 20;
-
-    explicit Out(const Sink& sink) : sink_(sink) { buf_.reserve(kChunk + 64 * 1024); }
-
-    Out& operator<<(std::string_view text) {
-        buf_.append(text.data(), text.size());
-        return *this;
-    }
-    Out& operator<<(const char* text) { return *this << std::string_view(text); }
-    Out& operator<<(char c) {
-        buf_.push_back(c);
-        return *this;
-    }
-    template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
-    Out& operator<<(T value) {
-        char digits[24];
-        const auto result = std::to_chars(digits, digits + sizeof digits, value);
-        buf_.append(digits, static_cast<std::size_t>(result.ptr - digits));
-        return *this;
-    }
-    // Shortest text that reads back as the same double ("0.01", "655.35", "-40").
-    Out& number(double value) {
-        char digits[40];
-        const auto result = std::to_chars(digits, digits + sizeof digits, value);
-        buf_.append(digits, static_cast<std::size_t>(result.ptr - digits));
-        return *this;
-    }
-    // Start of a line at this depth (two spaces per level).
-    Out& at(int depth) {
-        buf_.push_back('\n');
-        buf_.append(static_cast<std::size_t>(depth) * 2, ' ');
-        return *this;
-    }
-
-    // Hands the buffer to the sink once it holds a chunk; call between elements.
-    void maybeFlush() {
-        if (buf_.size() >= kChunk) flush();
-    }
-    void flush() {
-        if (ok_ && !buf_.empty()) {
-            ok_ = sink_(buf_.data(), buf_.size());
-            bytes_ += buf_.size();
-        }
-        buf_.clear();
-    }
-    bool ok() const { return ok_; }
-    std::uint64_t bytes() const { return bytes_ + buf_.size(); }
-
-  private:
-    const Sink& sink_;
-    std::string buf_;
-    std::uint64_t bytes_ = 0;
-    bool ok_ = true;
 };
 
 // ---- vocabulary -------------------------------------------------------------------------------
@@ -1059,42 +971,22 @@ bool generateFibex(const FibexOptions& options, const Sink& sink, FibexStats* st
 
 bool writeFibexFile(const FibexOptions& options, const std::string& path, FibexStats* stats,
                     std::string* error) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) {
-        if (error) *error = "cannot create " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    const Sink sink = [file](const char* data, std::size_t size) {
-        return std::fwrite(data, 1, size, file) == size;
-    };
-    bool ok = generateFibex(options, sink, stats);
-    const int writeErrno = errno;
-    if (std::fclose(file) != 0) ok = false;
-    if (!ok && error) *error = "cannot write " + path + ": " + std::strerror(writeErrno);
-    return ok;
+    return writeDocumentFile(
+        path, [&](const Sink& sink) { return generateFibex(options, sink, stats); }, error);
 }
 
 FibexOptions optionsForSize(double megabytes, std::uint32_t signalsPerFrame, std::uint64_t seed) {
     FibexOptions options;
     options.signalsPerFrame = std::max<std::uint32_t>(1, signalsPerFrame);
     options.seed = seed;
-    // Size grows linearly with the frame count; two small documents give the slope and the
-    // fixed part (cluster, units, ECU headers).
-    const auto sizeOf = [&](std::uint32_t frames) {
+    options.frames = framesForSize(megabytes, [&](std::uint32_t frames) {
         FibexOptions probe = options;
         probe.frames = frames;
         FibexStats stats;
         generateFibex(
             probe, [](const char*, std::size_t) { return true; }, &stats);
-        return static_cast<double>(stats.bytes);
-    };
-    const std::uint32_t small = 200, large = 1200;
-    const double a = sizeOf(small), b = sizeOf(large);
-    const double perFrame = (b - a) / (large - small);
-    const double fixed = a - perFrame * small;
-    const double target = megabytes * 1024.0 * 1024.0;
-    const double frames = perFrame > 0 ? (target - fixed) / perFrame : 1;
-    options.frames = static_cast<std::uint32_t>(std::clamp(frames, 1.0, 4.0e9));
+        return stats.bytes;
+    });
     return options;
 }
 

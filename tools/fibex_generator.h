@@ -7,10 +7,10 @@
 // cluster. The same options and seed always give the same bytes.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
+
+#include "generator_support.h"
 
 namespace kelo {
 namespace gen {
@@ -38,9 +38,6 @@ struct FibexStats {
     std::uint32_t ports = 0;
     std::uint32_t scheduleWraps = 0;  // times the 2047 x 64 slot/cycle grid was full and reused
 };
-
-// Receives the document in chunks of about 1 MiB; returns false to stop (e.g. a write error).
-using Sink = std::function<bool(const char* data, std::size_t size)>;
 
 // Writes one document to the sink. False when the sink refused a chunk.
 bool generateFibex(const FibexOptions& options, const Sink& sink, FibexStats* stats = nullptr);

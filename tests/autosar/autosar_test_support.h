@@ -1,5 +1,5 @@
-// Shared pieces of the AUTOSAR reader suites: the reader, lookups that fail the test instead of
-// inserting, key lists, and a small ARXML builder for documents given as text.
+// Shared pieces of the AUTOSAR reader suites: the reader, the map lookups, and a small ARXML
+// builder for documents given as text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "autosar/autosar_reader.h"
+#include "support/map_lookup.h"
 #include "xml/xml_test_support.h"
 
 namespace kelo_test {
@@ -23,32 +24,6 @@ inline std::string autosarFile(const std::string& name) {
 // The complete FlexRay system the AUTOSAR example program reads (examples/), named relative to
 // tests/data/autosar: it doubles as the suites' realistic whole-system file.
 inline constexpr const char* kExampleSystem = "../../../examples/chassis-flexray-4.2.arxml";
-
-// The mapped value under key; a missing key fails the test and yields a reset record.
-template <class Map>
-const typename Map::mapped_type& at(const Map& map, const std::string& key) {
-    static const typename Map::mapped_type kMissing{};
-    const auto it = map.find(key);
-    if (it == map.end()) {
-        ADD_FAILURE() << "no entry '" << key << "'";
-        return kMissing;
-    }
-    return it->second;
-}
-
-template <class Map>
-const typename Map::mapped_type* find(const Map& map, const std::string& key) {
-    const auto it = map.find(key);
-    return it == map.end() ? nullptr : &it->second;
-}
-
-template <class Map>
-std::vector<std::string> keysOf(const Map& map) {
-    std::vector<std::string> out;
-    for (const auto& item : map)
-        out.push_back(item.first);
-    return out;
-}
 
 using Names = std::vector<std::string>;
 

@@ -15,7 +15,7 @@ class CycleForms : public AutosarTest {
 };
 
 TEST_F(CycleForms, ControllerParameters) {
-    const auto& a = at(db.controllers, "NodeA/NodeA_CC");
+    const auto& a = entry(db.controllers, "NodeA/NodeA_CC");
     EXPECT_EQ(a.name, "NodeA_CC");
     EXPECT_EQ(a.ecuName, "NodeA");
     EXPECT_EQ(a.acceptedStartupRange, 212u);
@@ -46,7 +46,7 @@ TEST_F(CycleForms, ControllerParameters) {
     EXPECT_EQ(a.channelMask, 3) << "its connector is on channels A and B";
     EXPECT_EQ(a.wakeUpChannel, 1) << "the wake-up connector's first channel";
 
-    const auto& b = at(db.controllers, "NodeB/NodeB_CC");
+    const auto& b = entry(db.controllers, "NodeB/NodeB_CC");
     EXPECT_EQ(b.keySlotId, 3u);
     EXPECT_FALSE(b.keySlotUsedForStartup);
     EXPECT_EQ(b.channelMask, 1);
@@ -54,10 +54,10 @@ TEST_F(CycleForms, ControllerParameters) {
 }
 
 TEST_F(CycleForms, EcusConnectorsAndPorts) {
-    const auto& a = at(db.ecus, "NodeA");
+    const auto& a = entry(db.ecus, "NodeA");
     EXPECT_EQ(a.description, "NodeA node");
     ASSERT_EQ(a.controllers.size(), 1u);
-    EXPECT_EQ(a.controllers[0], find(db.controllers, "NodeA/NodeA_CC"));
+    EXPECT_EQ(a.controllers[0], addressOf(db.controllers, "NodeA/NodeA_CC"));
     ASSERT_EQ(a.connectors.size(), 1u);
     const auto& connector = *a.connectors[0];
     EXPECT_EQ(connector.key, "NodeA/NodeA_Conn");
@@ -71,13 +71,13 @@ TEST_F(CycleForms, EcusConnectorsAndPorts) {
     EXPECT_EQ(port.kind, tAutoSarPortKind::Frame);
     EXPECT_EQ(port.direction, "OUT");
     EXPECT_FALSE(port.isInput);
-    EXPECT_TRUE(at(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput);
+    EXPECT_TRUE(entry(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput);
 
     EXPECT_EQ(a.sentFrames, (Names{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
     EXPECT_EQ(a.receivedFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
-    EXPECT_EQ(at(db.ecus, "NodeB").sentFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
+    EXPECT_EQ(entry(db.ecus, "NodeB").sentFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
 
-    const auto& bare = at(db.ecus, "Bare");
+    const auto& bare = entry(db.ecus, "Bare");
     EXPECT_TRUE(bare.controllers.empty());
     EXPECT_TRUE(bare.connectors.empty());
 }
@@ -98,17 +98,17 @@ TEST_F(CycleForms, FrameSchedulesFromEveryForm) {
         {"TwoChannels", 9, 0, 1, 3},  // first triggering with a slot, channels ORed
     };
     for (const auto& c : cases) {
-        const auto& frame = at(db.frames, c.frame);
+        const auto& frame = entry(db.frames, c.frame);
         EXPECT_EQ(frame.slotId, c.slot) << c.frame;
         EXPECT_EQ(frame.baseCycle, c.base) << c.frame;
         EXPECT_EQ(frame.cycleRepetition, c.repetition) << c.frame;
         EXPECT_EQ(frame.channelMask, c.channels) << c.frame;
         EXPECT_EQ(frame.clusterName, "Backbone") << c.frame;
     }
-    EXPECT_EQ(at(db.frames, "FlatNumber").senderEcus, (Names{"NodeA"}));
-    EXPECT_EQ(at(db.frames, "FlatNumber").receiverEcus, (Names{"NodeB"}));
-    EXPECT_EQ(at(db.frameTriggerings, "Backbone/ChannelA/FT_NoTiming_A").cycleRepetition, 1);
-    EXPECT_EQ(at(db.frameTriggerings, "Backbone/ChannelB/FT_TwoChannels_B").slotId, 12);
+    EXPECT_EQ(entry(db.frames, "FlatNumber").senderEcus, (Names{"NodeA"}));
+    EXPECT_EQ(entry(db.frames, "FlatNumber").receiverEcus, (Names{"NodeB"}));
+    EXPECT_EQ(entry(db.frameTriggerings, "Backbone/ChannelA/FT_NoTiming_A").cycleRepetition, 1);
+    EXPECT_EQ(entry(db.frameTriggerings, "Backbone/ChannelB/FT_TwoChannels_B").slotId, 12);
 }
 
 TEST_F(CycleForms, SlotByCycleTable) {
@@ -148,7 +148,7 @@ TEST_F(CycleForms, SlotByCycleTable) {
 }
 
 TEST_F(CycleForms, ClusterParametersAndChannels) {
-    const auto& c = at(db.clusters, "Backbone");
+    const auto& c = entry(db.clusters, "Backbone");
     EXPECT_EQ(c.baudrate, 10000000u);
     EXPECT_EQ(c.protocolName, "FlexRay");
     EXPECT_EQ(c.protocolVersion, "2.1");
@@ -196,7 +196,7 @@ TEST_F(CycleForms, ClusterParametersAndChannels) {
     EXPECT_EQ(c.channels[1]->channelMask, 2);
     EXPECT_EQ(c.channels[1]->connectors.size(), 1u);
 
-    const auto& empty = at(db.clusters, "EmptyCluster");
+    const auto& empty = entry(db.clusters, "EmptyCluster");
     EXPECT_EQ(empty.baudrate, 0u);
     EXPECT_TRUE(empty.channels.empty());
 }
@@ -208,14 +208,14 @@ class SmallSystem : public AutosarTest {
 };
 
 TEST_F(SmallSystem, NamesForTheQueries) {
-    EXPECT_EQ(keysOf(db.clusters), (Names{"FlexRayBackbone"}));
-    EXPECT_EQ(keysOf(db.ecus), (Names{"BrakeControl", "EngineControl", "Gateway"}));
+    EXPECT_EQ(keys(db.clusters), (Names{"FlexRayBackbone"}));
+    EXPECT_EQ(keys(db.ecus), (Names{"BrakeControl", "EngineControl", "Gateway"}));
     EXPECT_EQ(db.frames.size(), 12u);
     EXPECT_EQ(db.pdus.size(), 12u);
-    EXPECT_EQ(at(db.clusters, "FlexRayBackbone").frameNames.size(), 12u);
-    EXPECT_EQ(at(db.ecus, "EngineControl").sentFrames,
+    EXPECT_EQ(entry(db.clusters, "FlexRayBackbone").frameNames.size(), 12u);
+    EXPECT_EQ(entry(db.ecus, "EngineControl").sentFrames,
               (Names{"Engine_NM_Frame", "Engine_Status_Frame", "Gearbox_Frame", "Odometer_Frame"}));
-    EXPECT_EQ(at(db.ecus, "Gateway").receivedFrames.size(), 8u);
+    EXPECT_EQ(entry(db.ecus, "Gateway").receivedFrames.size(), 8u);
 }
 
 TEST_F(SmallSystem, FrameSchedules) {
@@ -237,7 +237,7 @@ TEST_F(SmallSystem, FrameSchedules) {
         {"Dynamic_Frame", 70, 0, 1, 2, "Gateway"},
     };
     for (const auto& c : cases) {
-        const auto& frame = at(db.frames, c.frame);
+        const auto& frame = entry(db.frames, c.frame);
         EXPECT_EQ(frame.slotId, c.slot) << c.frame;
         EXPECT_EQ(frame.baseCycle, c.base) << c.frame;
         EXPECT_EQ(frame.cycleRepetition, c.repetition) << c.frame;
@@ -255,7 +255,7 @@ TEST_F(SmallSystem, FrameSchedules) {
 }
 
 TEST_F(SmallSystem, WhatTheCodecNeedsPerSignal) {
-    const auto& speed = at(db.signals, "EngineSpeed");
+    const auto& speed = entry(db.signals, "EngineSpeed");
     EXPECT_EQ(speed.length, 16);
     EXPECT_EQ(speed.startPosition, 0);
     EXPECT_EQ(speed.byteOrder, 0);
@@ -269,37 +269,38 @@ TEST_F(SmallSystem, WhatTheCodecNeedsPerSignal) {
     EXPECT_EQ(speed.frameName, "Engine_Status_Frame");
     EXPECT_EQ(speed.updateBitSignal->frameName, "Engine_Status_Frame");
 
-    EXPECT_TRUE(at(db.signals, "YawRate").isSigned) << "SW-BASE-TYPE encoding 2C";
-    EXPECT_TRUE(at(db.signals, "SteeringAngle").isSigned);
-    EXPECT_EQ(at(db.signals, "EngineTemp").initValue, 40.0);
-    EXPECT_EQ(at(db.signals, "EngineTemp").compuMethod->scales.at(0).offset, -40.0f);
+    EXPECT_TRUE(entry(db.signals, "YawRate").isSigned) << "SW-BASE-TYPE encoding 2C";
+    EXPECT_TRUE(entry(db.signals, "SteeringAngle").isSigned);
+    EXPECT_EQ(entry(db.signals, "EngineTemp").initValue, 40.0);
+    EXPECT_EQ(entry(db.signals, "EngineTemp").compuMethod->scales.at(0).offset, -40.0f);
 
-    const auto& wheel = at(db.signals, "WheelSpeedFL");
+    const auto& wheel = entry(db.signals, "WheelSpeedFL");
     EXPECT_EQ(wheel.byteOrder, 1);
     EXPECT_EQ(wheel.startPosition, 7);
-    EXPECT_EQ(wheel.compuMethod, find(db.compuMethods, "CM_WheelSpeed")) << "through its port";
+    EXPECT_EQ(wheel.compuMethod, addressOf(db.compuMethods, "CM_WheelSpeed")) << "through its port";
 
-    const auto* gear = at(db.signals, "GearPosition").compuMethod;
+    const auto* gear = entry(db.signals, "GearPosition").compuMethod;
     ASSERT_NE(gear, nullptr);
     EXPECT_EQ(gear->category, "TEXTTABLE");
     ASSERT_EQ(gear->scales.size(), 4u);
     EXPECT_EQ(gear->scales[3].text, "D");
 
-    EXPECT_EQ(at(db.pdus, "GatewayInfo").transmissionMode, 2);
-    EXPECT_EQ(at(db.pdus, "NM_Engine").type, 2);
-    EXPECT_EQ(at(db.pdus, "TP_Diag").type, 1);
+    EXPECT_EQ(entry(db.pdus, "GatewayInfo").transmissionMode, 2);
+    EXPECT_EQ(entry(db.pdus, "NM_Engine").type, 2);
+    EXPECT_EQ(entry(db.pdus, "TP_Diag").type, 1);
 }
 
 TEST_F(SmallSystem, TriggeringsLinkPdusSignalsAndPorts) {
-    const auto& pt = at(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A");
-    EXPECT_EQ(pt.pdu, find(db.pdus, "EngineStatus"));
+    const auto& pt = entry(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A");
+    EXPECT_EQ(pt.pdu, addressOf(db.pdus, "EngineStatus"));
     EXPECT_EQ(pt.ports.size(), 3u);
     EXPECT_EQ(pt.ports[0]->kind, tAutoSarPortKind::IPdu);
     EXPECT_EQ(pt.signalTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/ST_EngineSpeed_A"}));
-    const auto& st = at(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
-    EXPECT_EQ(st.signal, find(db.signals, "EngineSpeed"));
+    const auto& st = entry(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
+    EXPECT_EQ(st.signal, addressOf(db.signals, "EngineSpeed"));
     EXPECT_EQ(st.ports.at(0)->kind, tAutoSarPortKind::ISignal);
-    const auto& ft = at(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A");
+    const auto& ft =
+        entry(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A");
     EXPECT_EQ(ft.pduTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
 }
 
@@ -323,8 +324,8 @@ TEST_F(AutosarTest, AlternativeParameterNames) {
         "<FLEXRAY-CLUSTER-CONDITIONAL><MAX-INITIALIZATION-ERROR>3</MAX-INITIALIZATION-ERROR>"
         "</FLEXRAY-CLUSTER-CONDITIONAL></FLEXRAY-CLUSTER-VARIANTS></FLEXRAY-CLUSTER>";
     ASSERT_EQ(loadText(arxml(package("P", ecu + cluster))), 0);
-    EXPECT_EQ(at(db.controllers, "E/CC").maxDynamicPayloadLength, 42u);
-    EXPECT_EQ(at(db.clusters, "C").maxInitializationError, 3u);
+    EXPECT_EQ(entry(db.controllers, "E/CC").maxDynamicPayloadLength, 42u);
+    EXPECT_EQ(entry(db.clusters, "C").maxInitializationError, 3u);
 }
 
 }  // namespace

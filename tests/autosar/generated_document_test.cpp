@@ -41,7 +41,7 @@ TEST_F(AutosarTest, GeneratedDocumentReadsBackCompletely) {
     EXPECT_EQ(db.ecus.size(), stats.ecus);
     EXPECT_EQ(db.frameTriggerings.size(), stats.frameTriggerings);
     EXPECT_EQ(db.ecuPorts.size() + db.ports.size(), stats.ports);
-    EXPECT_EQ(at(db.clusters, "Backbone").frameNames.size(), stats.frames);
+    EXPECT_EQ(entry(db.clusters, "Backbone").frameNames.size(), stats.frames);
 
     for (const auto& [name, frame] : db.frames) {
         EXPECT_NE(frame.slotId, 0) << name;
@@ -52,7 +52,7 @@ TEST_F(AutosarTest, GeneratedDocumentReadsBackCompletely) {
     EXPECT_EQ(db.frameNameAt(1, 0), "Frame0");
     EXPECT_EQ(db.frameNameAt(1, 1), "Frame2000");
     EXPECT_EQ(db.frameNameAt(1, 2), "");
-    EXPECT_EQ(at(db.frames, "Frame2000").cycleRepetition, 64);
+    EXPECT_EQ(entry(db.frames, "Frame2000").cycleRepetition, 64);
 
     kelo::gen::AutosarStats again;
     EXPECT_EQ(generate(options, again), text) << "the same options and seed give the same bytes";

@@ -103,7 +103,7 @@ TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
     EXPECT_EQ(db.releaseCode, 0u);
     EXPECT_TRUE(db.frames.empty()) << "the earlier file's records are gone";
     EXPECT_TRUE(db.frameNamesBySlot.empty());
-    EXPECT_EQ(keysOf(db.units), (Names{"NoDisplay", "km", "kmh", "padded"}));  // bytewise order
+    EXPECT_EQ(keys(db.units), (Names{"NoDisplay", "km", "kmh", "padded"}));  // bytewise order
 
     reader.ReadAUTOSARData(autosarFile("no-such-file.arxml"));
     EXPECT_FALSE(reader.IsLoaded());
@@ -114,16 +114,16 @@ TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
 // do not run.
 TEST_F(AutosarTest, FailingStepRunsTwiceAndStopsTheLoad) {
     EXPECT_EQ(load("compu-method-without-category-4.2.arxml"), 2);
-    EXPECT_EQ(keysOf(db.units), (Names{"", "km"})) << "CM_Before has no UNIT-REF";
-    EXPECT_EQ(keysOf(db.compuMethods), (Names{"CM_Before"}))
+    EXPECT_EQ(keys(db.units), (Names{"", "km"})) << "CM_Before has no UNIT-REF";
+    EXPECT_EQ(keys(db.compuMethods), (Names{"CM_Before"}))
         << "elements after the failure are not read";
     EXPECT_TRUE(db.signals.empty()) << "later steps do not run";
 
     AutoSarReader ecuFailure;
     EXPECT_EQ(ecuFailure.LoadFile(autosarFile("ecu-without-name-4.2.arxml")), 2);
     const tAutoSarDatabase& d = ecuFailure.Database();
-    EXPECT_EQ(keysOf(d.frames), (Names{"F"})) << "steps before the ECU step completed";
-    EXPECT_EQ(keysOf(d.ecus), (Names{"First"}));
+    EXPECT_EQ(keys(d.frames), (Names{"F"})) << "steps before the ECU step completed";
+    EXPECT_EQ(keys(d.ecus), (Names{"First"}));
     EXPECT_TRUE(d.clusters.empty()) << "the cluster step does not run";
 }
 
@@ -140,13 +140,13 @@ TEST_F(AutosarTest, EachStepCanRunTwiceWithTheSameResult) {
                                         db.pduTriggerings.size(), db.signalTriggerings.size()};
     };
     const auto before = sizes();
-    const auto channelA = at(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size();
-    const auto sent = at(db.ecus, "EngineControl").sentFrames;
+    const auto channelA = entry(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size();
+    const auto sent = entry(db.ecus, "EngineControl").sentFrames;
     EXPECT_EQ(reader.ParseECUs(), 0);
     EXPECT_EQ(reader.ParseClusters(), 0);
     EXPECT_EQ(sizes(), before);
-    EXPECT_EQ(at(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size(), channelA);
-    EXPECT_EQ(at(db.ecus, "EngineControl").sentFrames, sent);
+    EXPECT_EQ(entry(db.channels, "FlexRayBackbone/ChannelA").frameTriggerings.size(), channelA);
+    EXPECT_EQ(entry(db.ecus, "EngineControl").sentFrames, sent);
 }
 
 // ---- input that must not crash -------------------------------------------------------------
@@ -187,7 +187,7 @@ TEST_F(AutosarTest, DeeplyNestedPackagesAndElementsNeverCrash) {
         inner += "</AR-PACKAGES></AR-PACKAGE>";
     text.replace(text.find('@'), 1, inner);
     ASSERT_EQ(loadText(text), 0);
-    EXPECT_EQ(keysOf(db.signals), (Names{"Deep"}));
+    EXPECT_EQ(keys(db.signals), (Names{"Deep"}));
 
     std::string elements = arxml("@");
     std::string nested;

@@ -15,37 +15,37 @@ class SignalChain : public AutosarTest {
 };
 
 TEST_F(SignalChain, CompuMethodsAndScales) {
-    const auto& linear = at(db.compuMethods, "CM_Linear");
+    const auto& linear = entry(db.compuMethods, "CM_Linear");
     EXPECT_EQ(linear.category, "LINEAR");
     EXPECT_EQ(linear.description, "temperature");
-    EXPECT_EQ(linear.unit, find(db.units, "degC"));
+    EXPECT_EQ(linear.unit, addressOf(db.units, "degC"));
     ASSERT_EQ(linear.scales.size(), 1u);
     EXPECT_EQ(linear.scales[0].offset, -40.0f);
     EXPECT_EQ(linear.scales[0].factor, 0.5f);
     EXPECT_EQ(linear.scales[0].denominator, 1.0f);
 
-    const auto& table = at(db.compuMethods, "CM_Texttable");
+    const auto& table = entry(db.compuMethods, "CM_Texttable");
     ASSERT_EQ(table.scales.size(), 2u);
     EXPECT_EQ(table.scales[1].lowerLimit, 1u);
     EXPECT_EQ(table.scales[1].upperLimit, 1u);
     EXPECT_EQ(table.scales[1].text, "On");
     EXPECT_EQ(table.scales[1].factor, 1.0f) << "no numerator: factor 1, offset 0";
-    EXPECT_EQ(table.unit, find(db.units, "")) << "no UNIT-REF: the empty-name unit";
+    EXPECT_EQ(table.unit, addressOf(db.units, "")) << "no UNIT-REF: the empty-name unit";
 
-    const auto& three = at(db.compuMethods, "CM_ThreeV");
+    const auto& three = entry(db.compuMethods, "CM_ThreeV");
     ASSERT_EQ(three.scales.size(), 1u);
     EXPECT_EQ(three.scales[0].factor, 1.0f);
     EXPECT_EQ(three.scales[0].offset, 0.0f);
-    EXPECT_EQ(at(db.compuMethods, "CM_Den10").scales.at(0).denominator, 10.0f);
+    EXPECT_EQ(entry(db.compuMethods, "CM_Den10").scales.at(0).denominator, 10.0f);
 
-    const auto& odd = at(db.compuMethods, "CM_NoUnit").scales.at(0);
+    const auto& odd = entry(db.compuMethods, "CM_NoUnit").scales.at(0);
     EXPECT_EQ(odd.lowerLimit, 0u) << "-5 is no unsigned decimal";
     EXPECT_EQ(odd.upperLimit, 0u) << "2.5 is no unsigned decimal";
 }
 
 TEST_F(SignalChain, PoliciesDecideWhereTheCompuMethodComesFrom) {
-    const auto* linear = find(db.compuMethods, "CM_Linear");
-    const auto* table = find(db.compuMethods, "CM_Texttable");
+    const auto* linear = addressOf(db.compuMethods, "CM_Linear");
+    const auto* table = addressOf(db.compuMethods, "CM_Texttable");
     const struct {
         const char* signal;
         const kelo::autosar::tAutoSarCompuMethodInfo* compuMethod;
@@ -59,38 +59,38 @@ TEST_F(SignalChain, PoliciesDecideWhereTheCompuMethodComesFrom) {
         {"S_NoCm", nullptr},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(at(db.signals, c.signal).compuMethod, c.compuMethod) << c.signal;
+        EXPECT_EQ(entry(db.signals, c.signal).compuMethod, c.compuMethod) << c.signal;
 
     // The whole chain down to the unit.
-    const auto* system = find(db.systemSignals, "SysSig_Temp");
+    const auto* system = addressOf(db.systemSignals, "SysSig_Temp");
     ASSERT_NE(system, nullptr);
     EXPECT_EQ(system->description, "temperature");
-    ASSERT_EQ(system->port, find(db.ports, "RP_Temp"));
+    ASSERT_EQ(system->port, addressOf(db.ports, "RP_Temp"));
     ASSERT_EQ(system->port->compuMethod, linear);
     EXPECT_EQ(linear->unit->displayName, "°C");
 }
 
 TEST_F(SignalChain, ReferencesToUnknownNamesCreateEmptyRecords) {
-    EXPECT_EQ(keysOf(db.systemSignals),
+    EXPECT_EQ(keys(db.systemSignals),
               (Names{"SysSig_Ghost", "SysSig_Nowhere", "SysSig_Temp", "SysSig_Unmapped"}));
-    EXPECT_EQ(at(db.systemSignals, "SysSig_Ghost").port, find(db.ports, "RP_Ghost"));
-    EXPECT_EQ(at(db.systemSignals, "SysSig_Nowhere").port, nullptr);
-    EXPECT_EQ(at(db.ports, "RP_Ghost").compuMethod, nullptr);
+    EXPECT_EQ(entry(db.systemSignals, "SysSig_Ghost").port, addressOf(db.ports, "RP_Ghost"));
+    EXPECT_EQ(entry(db.systemSignals, "SysSig_Nowhere").port, nullptr);
+    EXPECT_EQ(entry(db.ports, "RP_Ghost").compuMethod, nullptr);
 }
 
 TEST_F(SignalChain, SignalFields) {
     EXPECT_EQ(db.signals.size(), 9u) << "the nameless I-SIGNAL is skipped";
-    const auto& init = at(db.signals, "S_Init");
+    const auto& init = entry(db.signals, "S_Init");
     EXPECT_EQ(init.initValue, static_cast<double>(0.1f)) << "float precision";
     EXPECT_EQ(init.length, 12);
     EXPECT_EQ(init.description, "initial value 0.1");
-    EXPECT_EQ(at(db.signals, "S_BadLength").length, 0) << "1e3 is no decimal length";
-    EXPECT_EQ(at(db.signals, "S_Legacy").initValue, 0.0);
+    EXPECT_EQ(entry(db.signals, "S_BadLength").length, 0) << "1e3 is no decimal length";
+    EXPECT_EQ(entry(db.signals, "S_Legacy").initValue, 0.0);
 }
 
 TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
     loadOk("pdus-kinds-update-bits-timing-4.2.arxml");
-    EXPECT_EQ(keysOf(db.pdus),
+    EXPECT_EQ(keys(db.pdus),
               (Names{"Clash", "NM_Node", "N_Diag", "P_Cyclic", "P_Event", "P_Second"}))
         << "nameless PDUs skipped, MorePDUs not read";
     const struct {
@@ -107,7 +107,7 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
         {"Clash", 1, 3, 1, 0.0, 0},  // the N-PDU of the same name replaced the I-signal I-PDU
     };
     for (const auto& c : cases) {
-        const auto& pdu = at(db.pdus, c.pdu);
+        const auto& pdu = entry(db.pdus, c.pdu);
         EXPECT_EQ(pdu.type, c.type) << c.pdu;
         EXPECT_EQ(pdu.length, c.length) << c.pdu;
         EXPECT_EQ(pdu.transmissionMode, c.mode) << c.pdu;
@@ -115,12 +115,12 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
         EXPECT_EQ(pdu.signalCount, c.signalCount) << c.pdu;
         EXPECT_EQ(pdu.signals.size(), static_cast<std::size_t>(c.signalCount)) << c.pdu;
     }
-    EXPECT_EQ(at(db.pdus, "P_Event").description, "event controlled");
+    EXPECT_EQ(entry(db.pdus, "P_Event").description, "event controlled");
 
     // Speed with update bit 7 is followed by its companion Speed_UB.
-    const auto& event = at(db.pdus, "P_Event");
-    const tAutoSarSignalInfo* speed = find(db.signals, "Speed");
-    const tAutoSarSignalInfo* speedUb = find(db.signals, "Speed_UB");
+    const auto& event = entry(db.pdus, "P_Event");
+    const tAutoSarSignalInfo* speed = addressOf(db.signals, "Speed");
+    const tAutoSarSignalInfo* speedUb = addressOf(db.signals, "Speed_UB");
     ASSERT_NE(speedUb, nullptr);
     EXPECT_EQ(namesOf(event.signals), (Names{"Speed", "Speed_UB", "Temp"}));
     EXPECT_EQ(event.signals.at(0), speed);
@@ -130,7 +130,8 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
     EXPECT_EQ(speed->startPosition, 8);
     EXPECT_EQ(speed->byteOrder, 1);
     EXPECT_EQ(speed->pduName, "P_Event");
-    EXPECT_EQ(speed->compuMethod, find(db.compuMethods, "CM_Speed")) << "reading PDUs keeps it";
+    EXPECT_EQ(speed->compuMethod, addressOf(db.compuMethods, "CM_Speed"))
+        << "reading PDUs keeps it";
     EXPECT_EQ(speedUb->length, 1);
     EXPECT_EQ(speedUb->startPosition, 7);
     EXPECT_EQ(speedUb->updateBitPosition, 65535);
@@ -138,47 +139,47 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
     EXPECT_EQ(speedUb->compuMethod, nullptr);
     EXPECT_EQ(speedUb->updateBitSignal, nullptr);
 
-    const auto& temp = at(db.signals, "Temp");
+    const auto& temp = entry(db.signals, "Temp");
     EXPECT_EQ(temp.updateBitPosition, 65535);
     EXPECT_EQ(temp.updateBitSignal, nullptr);
     EXPECT_EQ(temp.byteOrder, 0);
-    EXPECT_EQ(find(db.signals, "Temp_UB"), nullptr);
+    EXPECT_EQ(addressOf(db.signals, "Temp_UB"), nullptr);
 
     // Shared is mapped twice: the second PDU's placement wins.
-    const auto& shared = at(db.signals, "Shared");
+    const auto& shared = entry(db.signals, "Shared");
     EXPECT_EQ(shared.pduName, "P_Second");
     EXPECT_EQ(shared.startPosition, 40);
     EXPECT_EQ(shared.byteOrder, 1);
     // An unknown signal is created and placed.
-    EXPECT_EQ(at(db.signals, "Ghost").pduName, "P_Second");
-    EXPECT_EQ(at(db.signals, "Ghost").length, 0);
+    EXPECT_EQ(entry(db.signals, "Ghost").pduName, "P_Second");
+    EXPECT_EQ(entry(db.signals, "Ghost").length, 0);
 }
 
 TEST_F(AutosarTest, FramesCarryPdusAndNameTheirSignals) {
     loadOk("frames-carrying-pdus-4.2.arxml");
-    EXPECT_EQ(keysOf(db.frames), (Names{"F1", "F2", "F_Ghost", "F_NoLength"}));
-    const auto& f1 = at(db.frames, "F1");
+    EXPECT_EQ(keys(db.frames), (Names{"F1", "F2", "F_Ghost", "F_NoLength"}));
+    const auto& f1 = entry(db.frames, "F1");
     EXPECT_EQ(f1.frameLength, 16);
     EXPECT_EQ(f1.description, "first");
     EXPECT_EQ(namesOf(f1.pdus), (Names{"P1", "P2"}));
-    EXPECT_EQ(f1.pdus.at(1), find(db.pdus, "P2"));
-    EXPECT_EQ(at(db.frames, "F_NoLength").frameLength, 0);
+    EXPECT_EQ(f1.pdus.at(1), addressOf(db.pdus, "P2"));
+    EXPECT_EQ(entry(db.frames, "F_NoLength").frameLength, 0);
 
-    const auto& p1 = at(db.pdus, "P1");
+    const auto& p1 = entry(db.pdus, "P1");
     EXPECT_EQ(p1.frameName, "F1");
     EXPECT_EQ(p1.frameByteOrder, 0);
     EXPECT_EQ(p1.frameStartPosition, 0);
     // P2 is in both frames: the second mapping wins.
-    const auto& p2 = at(db.pdus, "P2");
+    const auto& p2 = entry(db.pdus, "P2");
     EXPECT_EQ(p2.frameName, "F2");
     EXPECT_EQ(p2.frameByteOrder, 1);
     EXPECT_EQ(p2.frameStartPosition, 8);
-    EXPECT_EQ(at(db.frames, "F2").pdus.size(), 1u);
+    EXPECT_EQ(entry(db.frames, "F2").pdus.size(), 1u);
 
     for (const char* signal : {"A", "A_UB", "B"})
-        EXPECT_EQ(at(db.signals, signal).frameName, "F1") << signal;
-    EXPECT_EQ(at(db.pdus, "GhostPdu").frameName, "F_Ghost") << "an unknown PDU is created";
-    EXPECT_EQ(at(db.pdus, "GhostPdu").signalCount, 0);
+        EXPECT_EQ(entry(db.signals, signal).frameName, "F1") << signal;
+    EXPECT_EQ(entry(db.pdus, "GhostPdu").frameName, "F_Ghost") << "an unknown PDU is created";
+    EXPECT_EQ(entry(db.pdus, "GhostPdu").signalCount, 0);
 }
 
 }  // namespace

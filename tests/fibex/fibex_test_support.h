@@ -11,6 +11,7 @@
 
 #include "fibex/bus_database.h"
 #include "fibex/fibex_reader.h"
+#include "support/map_lookup.h"
 #include "xml/xml_test_support.h"
 
 namespace kelo_test {
@@ -22,33 +23,6 @@ inline constexpr float kFltMax = std::numeric_limits<float>::max();
 
 inline std::string fibexFile(const std::string& name) {
     return dataFile("fibex/" + name);
-}
-
-// The mapped value under key; a missing key fails the test and yields a reset record.
-template <class Map>
-const typename Map::mapped_type& entry(const Map& map, const std::string& key) {
-    static const typename Map::mapped_type kMissing{};
-    const auto it = map.find(key);
-    if (it == map.end()) {
-        ADD_FAILURE() << "no entry '" << key << "'";
-        return kMissing;
-    }
-    return it->second;
-}
-
-// Address of the mapped value, or null (without inserting) when the key is missing.
-template <class Map>
-const typename Map::mapped_type* addressOf(const Map& map, const std::string& key) {
-    const auto it = map.find(key);
-    return it == map.end() ? nullptr : &it->second;
-}
-
-template <class Map>
-std::vector<std::string> keys(const Map& map) {
-    std::vector<std::string> out;
-    for (const auto& item : map)
-        out.push_back(item.first);
-    return out;
 }
 
 using Keys = std::vector<std::string>;
