@@ -482,7 +482,7 @@ struct DeviceEmulator::Impl : DatagramSink {
         reply.sequence = m.sequence;
         reply.to = from;
         reply.faults = replyFaults;
-        reply.payload.assign(shape.size, 0);
+        reply.payload = Bytes(shape.size, 0);
         std::vector<Outgoing> before, after;
         // A refused or malformed command changes nothing; its reply still carries the fields.
         const bool apply = !refused && r.size >= shape.minRequest;

@@ -59,7 +59,8 @@ int main(int argc, char** argv) {
     std::string address = "127.0.0.1";
     unsigned cycleMs = 5;
     unsigned canPeriodMs = 0;
-    for (int i = 1; i < argc; ++i) {
+    // Every option but --help takes a value: the loop steps over option and value together.
+    for (int i = 1; i < argc; i += 2) {
         const char* arg = argv[i];
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
         bool ok = true;
@@ -80,7 +81,6 @@ int main(int argc, char** argv) {
             usage(stderr);
             return 2;
         }
-        ++i;
     }
 
 #ifndef _WIN32

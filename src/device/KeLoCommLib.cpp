@@ -16,10 +16,6 @@ namespace {
 
 constexpr std::uint16_t kEngineTicks = 20;
 
-inline void putLe16(std::uint8_t* p, std::uint16_t v) {
-    p[0] = static_cast<std::uint8_t>(v);
-    p[1] = static_cast<std::uint8_t>(v >> 8);
-}
 inline void putLe32(std::uint8_t* p, std::uint32_t v) {
     for (int i = 0; i < 4; ++i)
         p[i] = static_cast<std::uint8_t>(v >> (8 * i));
@@ -108,7 +104,7 @@ bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_
 constexpr unsigned kReplySpinMicros = 50;
 
 bool KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
-    return event(code).wait(waitMs, kReplySpinMicros);
+    return eventFor(code).wait(waitMs, kReplySpinMicros);
 }
 
 unsigned char KeLoCommLib::command(std::uint8_t code, const void* payload, std::uint16_t length,
@@ -234,7 +230,7 @@ void KeLoCommLib::stopLink() {
 unsigned char KeLoCommLib::Fr_Close() {
     unsigned char result = command(kCmdClose, nullptr, 0, kWait);
     linkOpen_.store(0);
-    event(kUploadFlexRay).set();  // a waiting Fr_Receive returns 4
+    eventFor(kUploadFlexRay).set();  // a waiting Fr_Receive returns 4
     stopLink();
     LockGuard g(frQueueLock_);
     frQueue_.clear();
@@ -251,7 +247,7 @@ unsigned char KeLoCommLib::CAN_Open(const char* address, unsigned char channel) 
 
 unsigned char KeLoCommLib::CAN_Close() {
     canOpened_.store(0);
-    event(kUploadCan).set();  // a waiting CAN_Receive returns 4
+    eventFor(kUploadCan).set();  // a waiting CAN_Receive returns 4
     stopLink();
     return 0;
 }
@@ -383,7 +379,7 @@ unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeou
     if (!record) return 5;
     while (frCount_.load() == 0) {
         if (!linkOpen_.load()) return 4;
-        if (!event(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return 2;
+        if (!eventFor(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (frCount_.load() != 0) break;
         if (!linkOpen_.load()) return 4;
     }
@@ -685,7 +681,7 @@ unsigned char KeLoCommLib::CAN_Receive(unsigned char* record, unsigned int timeo
     if (!record) return 5;
     while (canCount_.load() == 0) {
         if (!canOpened_.load()) return 4;
-        if (!event(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return 2;
+        if (!eventFor(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (canCount_.load() != 0) break;
         if (!canOpened_.load()) return 4;
     }
@@ -767,7 +763,7 @@ void KeLoCommLib::dispatch(const FrameMessage& m) {
     }
     if (code == kCmdGetDeviceInfo) SetDeviceInfo(const_cast<std::uint8_t*>(p));
     status_[code].store(p[kStatusPosition[code]]);
-    event(code).set();
+    eventFor(code).set();
 }
 
 // Each upload frame is queued under one lock. The receive event is set once per frame that
@@ -805,7 +801,7 @@ void KeLoCommLib::takeFlexRayUpload(const std::uint8_t* p, std::size_t n) {
         }
         frCount_.store(frQueue_.size());
     }
-    if (taken) event(kUploadFlexRay).set();
+    if (taken) eventFor(kUploadFlexRay).set();
 }
 
 void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
@@ -838,7 +834,7 @@ void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
         }
         canCount_.store(canQueue_.size());
     }
-    if (taken) event(kUploadCan).set();
+    if (taken) eventFor(kUploadCan).set();
 }
 
 void KeLoCommLib::takeStatusUpload(const std::uint8_t* p, std::size_t n) {

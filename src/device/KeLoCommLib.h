@@ -121,7 +121,7 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     bool waitReply(std::uint8_t code, unsigned int waitMs);
     std::uint8_t status(std::uint8_t code) const { return status_[code].load(); }
     void presetStatus(std::uint8_t code) { status_[code].store(0xFF); }
-    kelo::AutoResetEvent& event(std::uint8_t code) { return events_[kelo::eventIndex(code)]; }
+    kelo::AutoResetEvent& eventFor(std::uint8_t code) { return events_[kelo::eventIndex(code)]; }
 
     void stopLink();
     void sendDatagram(const std::uint8_t* data, std::size_t length) override;

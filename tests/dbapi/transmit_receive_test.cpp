@@ -21,7 +21,6 @@ constexpr int kNeverConfigured = 61;
 constexpr int kRefusedSlot = 62;
 constexpr int kMultiFrame = 63;
 constexpr int kReceiveIndexZero = 64;
-constexpr int kLoopback = 65;
 }  // namespace host
 
 std::string address(int n) {

@@ -2,6 +2,7 @@
 // the host role, no device object. Each test binds its own emulator address (127.0.0.20-49).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -164,25 +165,25 @@ Bytes slotRecord(std::uint8_t index, std::uint16_t slot, std::uint8_t words, std
 
 // 145 with one CAN entry.
 Bytes canTransmit(std::uint8_t channel, std::uint32_t flags, std::uint32_t id, const Bytes& data) {
-    Bytes p(24 + 40, 0);
+    Bytes p(24 + 40 + data.size(), 0);
     putLe32(p, 16, 1);
     p[24 + 20] = 2;
     p[24 + 21] = channel;
     putLe32(p, 24 + 24, flags);
     putLe32(p, 24 + 28, id);
     p[24 + 32] = static_cast<std::uint8_t>(data.size());
-    p.insert(p.end(), data.begin(), data.end());
+    std::copy(data.begin(), data.end(), p.begin() + 24 + 40);
     return p;
 }
 
 // 145 with one FlexRay entry.
 Bytes flexRayTransmit(std::uint8_t buffer, const Bytes& data) {
-    Bytes p(24 + 40, 0);
+    Bytes p(24 + 40 + data.size(), 0);
     putLe32(p, 16, 1);
     p[24 + 20] = 1;
     p[24 + 22] = buffer;
     p[24 + 33] = static_cast<std::uint8_t>(data.size() / 2);
-    p.insert(p.end(), data.begin(), data.end());
+    std::copy(data.begin(), data.end(), p.begin() + 24 + 40);
     return p;
 }
 
