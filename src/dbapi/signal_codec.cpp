@@ -9,8 +9,30 @@ namespace dbapi {
 namespace {
 
 // A field read most significant byte first can span nine bytes (58 to 63 bits starting low in
-// a byte); the accumulator is wide enough for all of them.
-__extension__ typedef unsigned __int128 Wide;
+// a byte), so fields are gathered in a 128-bit accumulator. It is two 64-bit words rather than a
+// compiler's 128-bit integer, which MSVC lacks; like one, it keeps the low 128 bits of whatever
+// is pushed into it. Fields sit at most 7 bits above bit 0 of their last byte, so shifts are
+// below 64.
+struct Wide {
+    std::uint64_t hi = 0;
+    std::uint64_t lo = 0;
+};
+
+// Shifts the accumulator up by one byte and puts `byte` in its lowest byte.
+inline void pushByte(Wide& w, std::uint8_t byte) {
+    w.hi = (w.hi << 8) | (w.lo >> 56);
+    w.lo = (w.lo << 8) | byte;
+}
+
+// The low 64 bits of w >> s, s < 64.
+inline std::uint64_t lowAfterShift(const Wide& w, unsigned s) {
+    return s == 0 ? w.lo : (w.lo >> s) | (w.hi << (64 - s));
+}
+
+// v << s as a 128-bit value, s < 64.
+inline Wide shiftedUp(std::uint64_t v, unsigned s) {
+    return {s == 0 ? 0 : v >> (64 - s), v << s};
+}
 
 // Integer division rounding toward negative infinity.
 inline int floorDiv8(int v) {
@@ -68,19 +90,19 @@ inline bool isWhole(float v) {
 std::int64_t extractField(const std::uint8_t* p, std::size_t size, std::uint16_t s, std::uint16_t n,
                           bool msbFirst, bool isSigned) {
     const std::uint64_t mask = fieldMask(n);
-    Wide acc = 0;
+    Wide acc;
     std::uint64_t raw;
     if (msbFirst) {
         const MsbSpan span = msbSpan(s, n);
         for (long i = span.first; i <= span.last; ++i)
-            acc = (acc << 8) | byteAt(p, size, i);
-        raw = static_cast<std::uint64_t>(acc >> span.shift) & mask;
+            pushByte(acc, byteAt(p, size, i));
+        raw = lowAfterShift(acc, span.shift) & mask;
     } else {
         const long first = static_cast<long>(s / 8);
         const long last = first + floorDiv8(static_cast<int>(n) + static_cast<int>(s % 8) - 1);
         for (long i = last; i >= first; --i)
-            acc = (acc << 8) | byteAt(p, size, i);
-        raw = static_cast<std::uint64_t>(acc >> (s % 8)) & mask;
+            pushByte(acc, byteAt(p, size, i));
+        raw = lowAfterShift(acc, s % 8u) & mask;
     }
     if (isSigned && n > 0 && ((raw >> (n - 1)) & 1u))
         raw |= std::uint64_t{0} - (std::uint64_t{1} << (n % 64));
@@ -125,19 +147,21 @@ std::uint8_t placeField(std::uint8_t* p, std::uint8_t length, std::uint16_t s, s
         const MsbSpan span = msbSpan(s, n);
         if (span.last < span.first) return kOk;  // no byte to write (a length of 0)
         if (span.last >= static_cast<long>(length)) return kDoesNotFit;
-        Wide acc = 0;
+        Wide acc;
         for (long i = span.first; i <= span.last; ++i)
-            acc = (acc << 8) | p[i];
-        acc &= ~(static_cast<Wide>(fieldMask(n)) << span.shift);
+            pushByte(acc, p[i]);
+        const Wide field = shiftedUp(fieldMask(n), span.shift);
         // The raw value is not masked to the field: its bits above the field (a negative value's
         // sign bits, an oversized value) land in the bytes the field touches.
-        if (wide)
-            acc |= static_cast<Wide>(static_cast<std::uint64_t>(raw)) << span.shift;
-        else
-            acc |= static_cast<std::uint32_t>(static_cast<std::uint32_t>(raw) << (span.shift % 32));
+        const Wide value = wide ? shiftedUp(static_cast<std::uint64_t>(raw), span.shift)
+                                : Wide{0, static_cast<std::uint32_t>(static_cast<std::uint32_t>(raw)
+                                                                     << (span.shift % 32))};
+        acc.hi = (acc.hi & ~field.hi) | value.hi;
+        acc.lo = (acc.lo & ~field.lo) | value.lo;
         for (long i = span.last; i >= span.first; --i) {
-            p[i] = static_cast<std::uint8_t>(acc);
-            acc >>= 8;
+            p[i] = static_cast<std::uint8_t>(acc.lo);
+            acc.lo = (acc.lo >> 8) | (acc.hi << 56);
+            acc.hi >>= 8;
         }
         return kOk;
     }
