@@ -83,7 +83,7 @@ constexpr std::array<ReplyShape, 256> makeShapes() {
     for (int c : {107, 108, 110, 113, 114, 120})
         s[c] = {2, 1, 1};
     s[102] = {6, 5, 14};
-    s[105] = {3, 2, 0};
+    s[105] = {3, 2, kFifoRecordSize};
     s[111] = {3, 2, 4};
     s[116] = {13, 12, 1};
     s[121] = {15, 14, 1};
@@ -183,6 +183,22 @@ void appendCanEntry(Bytes& out, const CanEntry& e, std::uint8_t channel) {
     if (length != 0) std::memcpy(p + kCanUploadEntryHead, e.data.data(), length);
 }
 
+FifoConfig readFifoRecord(const Request& r) {
+    FifoConfig f;
+    f.configured = true;
+    f.pass = r[2];
+    f.rejectFrameId = r.le16(4);
+    f.rejectMask = r.le16(6);
+    f.depth = r.le16(8);
+    f.criteria = r.le16(10);
+    for (std::size_t g = 0; g < f.groups.size(); ++g) {
+        const std::size_t at = 12 + 8 * g;
+        f.groups[g] = {r[at], r.le16(at + 2), r.le16(at + 4), r[at + 6]};
+    }
+    f.groupCount = r[kFifoGroupCountAt];
+    return f;
+}
+
 Bytes multiHeader(std::uint32_t count) {
     Bytes out(kMultiHeaderSize, 0);
     putLe32(out.data() + 16, count);
@@ -230,6 +246,7 @@ struct DeviceEmulator::Impl : DatagramSink {
     std::vector<std::uint8_t> nmVector;
     std::map<std::uint16_t, std::uint32_t> registers;  // kind << 8 | controller
     std::vector<SlotBuffer> buffers;
+    std::map<std::uint8_t, FifoConfig> fifos;  // by controller
     bool started = false;
     std::uint32_t startGeneration = 0;
     bool uploads = false;
@@ -559,6 +576,7 @@ struct DeviceEmulator::Impl : DatagramSink {
             }
             case kCmdSetFifoParameter:
                 out[1] = r[2];
+                if (apply) fifos[r[0]] = readFifoRecord(r);
                 break;
             case kCmdConfigureNode:
                 if (apply) setPoc(kPocReady);
@@ -1012,6 +1030,12 @@ bool DeviceEmulator::canStarted() const {
 std::vector<SlotBuffer> DeviceEmulator::slotBuffers() const {
     std::lock_guard<std::mutex> g(impl_->stateLock);
     return impl_->buffers;
+}
+
+FifoConfig DeviceEmulator::fifo(std::uint8_t controller) const {
+    std::lock_guard<std::mutex> g(impl_->stateLock);
+    const auto it = impl_->fifos.find(controller);
+    return it == impl_->fifos.end() ? FifoConfig{} : it->second;
 }
 
 void DeviceEmulator::setCyclePeriodMs(unsigned ms) {

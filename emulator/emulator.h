@@ -57,6 +57,26 @@ struct SlotBuffer {
     std::vector<std::uint8_t> data;  // what the host last transmitted into this buffer
 };
 
+// The receive FIFO of one controller as the last accepted command 105 set it, read from the
+// 46-byte record: 2 pass, 4-11 the four 16-bit words, 12-43 four 8-byte filter groups
+// {enable, -, frame id, mask, channel, -}, 44 the number of enabled groups.
+struct FifoFilterGroup {
+    std::uint8_t enable = 0;
+    std::uint16_t frameId = 0;
+    std::uint16_t mask = 0;
+    std::uint8_t channel = 0;
+};
+struct FifoConfig {
+    bool configured = false;
+    std::uint8_t pass = 0;  // 0 on the operation's first send, 1 on its second
+    std::uint16_t rejectFrameId = 0;
+    std::uint16_t rejectMask = 0;
+    std::uint16_t depth = 0;
+    std::uint16_t criteria = 0;
+    std::array<FifoFilterGroup, 4> groups{};
+    std::uint8_t groupCount = 0;
+};
+
 class DeviceEmulator {
   public:
     static constexpr std::uint16_t kPort = 5055;
@@ -86,6 +106,7 @@ class DeviceEmulator {
     bool uploadsOn() const;
     bool canStarted() const;
     std::vector<SlotBuffer> slotBuffers() const;  // index = buffer index
+    FifoConfig fifo(std::uint8_t controller) const;
     // FlexRay cycle period of the simulated node (default 5 ms).
     void setCyclePeriodMs(unsigned ms);
 

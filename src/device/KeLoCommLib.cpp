@@ -300,10 +300,10 @@ unsigned char KeLoCommLib::Fr_Set_Slot_Parameter(unsigned char* slot) {
 unsigned char KeLoCommLib::Fr_Set_Fifo_Parameter(unsigned char* fifo) {
     if (!fifo) return 5;
     fifo[2] = 0;
-    unsigned char result = command(kCmdSetFifoParameter, fifo, 46, kWait);
+    unsigned char result = command(kCmdSetFifoParameter, fifo, kFifoRecordSize, kWait);
     if (result != 0) return result;
     fifo[2] = 1;
-    return command(kCmdSetFifoParameter, fifo, 46, kWait);
+    return command(kCmdSetFifoParameter, fifo, kFifoRecordSize, kWait);
 }
 
 unsigned char KeLoCommLib::Fr_Configure_Node(unsigned char c) {

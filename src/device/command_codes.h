@@ -69,6 +69,9 @@ inline constexpr std::size_t kCanRecordSize = 88;
 inline constexpr std::size_t kCanRecordDataOffset = 24;
 inline constexpr std::size_t kCanMaxData = 64;
 inline constexpr std::size_t kDeviceInfoSize = 72;
+// The FIFO record of command 105; the number of enabled filter groups sits at byte 44.
+inline constexpr std::size_t kFifoRecordSize = 46;
+inline constexpr std::size_t kFifoGroupCountAt = 44;
 inline constexpr std::size_t kFrQueueCap = 100000;
 inline constexpr std::uint16_t kDevicePort = 5055;
 

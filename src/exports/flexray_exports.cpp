@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "KeLoComm.h"
+#include "device/command_codes.h"
 #include "exports/device_table.h"
 
 using namespace kelo;
@@ -62,14 +63,15 @@ KELOCOMM_API unsigned char KFr_Set_Slot_Parameter_Wrapper(signed char idx, unsig
     });
 }
 
-// The device's FIFO record (46 bytes): 0 node, 1 number of enabled filter groups, 2 pass (set by
-// the operation), 4-11 the four 16-bit words, 12-43 four 8-byte groups {enable, 0, frame id,
-// mask, channel, 0}.
+// The device's FIFO record (46 bytes, the caller's fields in their order with natural 2-byte
+// alignment): 0 node, 2 pass (set by the operation), 4-11 the four 16-bit words, 12-43 four
+// 8-byte groups {enable, 0, frame id, mask, channel, 0}, 44 the number of enabled filter groups;
+// bytes 1, 3 and 45 are padding and stay 0.
 KELOCOMM_API unsigned char KFr_Set_Fifo_Parameter_Wrapper(signed char idx, unsigned char node,
                                                           KFrFifoRecord* fifo) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         if (!fifo) return 5;
-        unsigned char record[46] = {node};
+        unsigned char record[kFifoRecordSize] = {node};
         putLe16(record + 4, fifo->rejectFrameId);
         putLe16(record + 6, fifo->rejectMask);
         putLe16(record + 8, fifo->depth);
@@ -93,7 +95,7 @@ KELOCOMM_API unsigned char KFr_Set_Fifo_Parameter_Wrapper(signed char idx, unsig
             out[6] = groups[g].channel;
             if (groups[g].enable) ++enabled;
         }
-        record[1] = enabled;
+        record[kFifoGroupCountAt] = enabled;
         return lib.Fr_Set_Fifo_Parameter(record);
     });
 }

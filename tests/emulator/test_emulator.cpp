@@ -310,6 +310,27 @@ TEST(EmulatorReplies, ResultFieldsCarryTheDeviceState) {
     host.send(150, {1, 2});
     EXPECT_EQ(le32(host.reply(150).payload, 3), 0xDEADBEEFu);
 
+    // FIFO record: the group count is read from byte 44; a record shorter than 46 bytes is
+    // malformed.
+    Bytes fifo(46, 0);
+    fifo[0] = 3;
+    fifo[2] = 1;
+    fifo[8] = 0x10;                    // depth
+    fifo[28] = 1;                      // group 2 enabled
+    fifo[30] = 0x34, fifo[31] = 0x12;  // its frame id
+    fifo[44] = 1;
+    host.send(105, fifo);
+    EXPECT_EQ(host.reply(105).payload[2], 0);
+    const kelo::emu::FifoConfig seen = emu.fifo(3);
+    EXPECT_TRUE(seen.configured);
+    EXPECT_EQ(seen.depth, 0x10);
+    EXPECT_EQ(seen.groups[2].frameId, 0x1234);
+    EXPECT_EQ(seen.groupCount, 1);
+    fifo[44] = 2;
+    host.send(105, Bytes(fifo.begin(), fifo.end() - 1));
+    EXPECT_EQ(host.reply(105).payload[2], 2);
+    EXPECT_EQ(emu.fifo(3).groupCount, 1) << "a malformed record changes nothing";
+
     emu.setSoftwareVersion(0x04030201);
     host.send(198);
     EXPECT_EQ(le32(host.reply(198).payload, 0), 0x04030201u);

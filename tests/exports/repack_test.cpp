@@ -300,27 +300,18 @@ TEST_F(Repack, SlotParameterWritesBackOnlyOnSuccess) {
 
 // ---- FIFO --------------------------------------------------------------------------------------
 
-// The device's 46-byte record, built from the documented layout: 0 node, 1 enabled groups,
-// 2 pass, 4-11 the four words, 12-43 four groups {enable, 0, frame id, mask, channel, 0}.
-Bytes fifoRecord(std::uint8_t node, const KFrFifoRecord& f, std::uint8_t groups,
-                 std::uint8_t pass) {
-    struct G {
-        unsigned char enable;
-        unsigned short id, mask;
-        unsigned char channel;
-    };
-    const G g[4] = {{f.group0Enable, f.group0FrameId, f.group0Mask, f.group0Channel},
-                    {f.group1Enable, f.group1FrameId, f.group1Mask, f.group1Channel},
-                    {f.group2Enable, f.group2FrameId, f.group2Mask, f.group2Channel},
-                    {f.group3Enable, f.group3FrameId, f.group3Mask, f.group3Channel}};
-    Bytes r = cat({{node, groups, pass, 0},
-                   le16(f.rejectFrameId),
-                   le16(f.rejectMask),
-                   le16(f.depth),
-                   le16(f.criteria)});
-    for (const G& x : g)
-        r = cat({r, {x.enable, 0}, le16(x.id), le16(x.mask), {x.channel, 0}});
-    return cat({r, zeros(2)});
+// The device's 46-byte record for the field values the FIFO test sets, offset by offset: the
+// caller's fields in their order with natural alignment, the group count at 44 and the padding
+// bytes (1, 3, 13, 19, ..., 45) zero.
+Bytes fifoRecord(std::uint8_t node, std::uint8_t pass, const std::uint8_t enable[4],
+                 std::uint8_t groups) {
+    return {node,      0,    pass, 0,                             // 0-3
+            0x01,      0x11, 0x02, 0x22, 0x03, 0x33, 0x04, 0x44,  // 4-11 the four words
+            enable[0], 0,    0x05, 0x55, 0x06, 0x66, 0x07, 0,     // 12-19 group 0
+            enable[1], 0,    0x08, 0x88, 0x09, 0x99, 0x0A, 0,     // 20-27 group 1
+            enable[2], 0,    0x0B, 0xBB, 0x0C, 0xCC, 0x0D, 0,     // 28-35 group 2
+            enable[3], 0,    0x0E, 0xEE, 0x0F, 0xFF, 0x10, 0,     // 36-43 group 3
+            groups,    0};                                        // 44 count, 45
 }
 
 TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
@@ -367,10 +358,19 @@ TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
         const KFrFifoRecord before = f;
 
         EXPECT_EQ(KFr_Set_Fifo_Parameter_Wrapper(dev.idx(), node, &f), 0);
-        EXPECT_TRUE(framesAre(commandsSent(dev.emu),
-                              {{kelo::kCmdSetFifoParameter, fifoRecord(node, f, row.groups, 0)},
-                               {kelo::kCmdSetFifoParameter, fifoRecord(node, f, row.groups, 1)}}));
+        EXPECT_TRUE(
+            framesAre(commandsSent(dev.emu),
+                      {{kelo::kCmdSetFifoParameter, fifoRecord(node, 0, row.enable, row.groups)},
+                       {kelo::kCmdSetFifoParameter, fifoRecord(node, 1, row.enable, row.groups)}}));
         EXPECT_EQ(std::memcmp(&f, &before, sizeof f), 0) << "the caller's record changed";
+        // The emulator reads the record the way the device does.
+        const kelo::emu::FifoConfig seen = dev.emu.fifo(node);
+        EXPECT_EQ(seen.pass, 1);
+        EXPECT_EQ(seen.groupCount, row.groups);
+        EXPECT_EQ(seen.depth, 0x3303);
+        EXPECT_EQ(seen.groups[3].enable, row.enable[3]);
+        EXPECT_EQ(seen.groups[3].mask, 0xFF0F);
+        EXPECT_EQ(seen.groups[3].channel, 0x10);
         ++node;
     }
 
