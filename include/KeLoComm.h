@@ -91,6 +91,17 @@ KELOCOMM_API signed char KCAN_Open_Wrapper(const char* deviceAddress, unsigned c
 KELOCOMM_API unsigned char KFr_Close_Wrapper(signed char idx);
 KELOCOMM_API unsigned char KCAN_Close_Wrapper(signed char idx);
 
+/* Opens with options. Flags 0 behave exactly like KFr_Open_Wrapper / KCAN_Open_Wrapper.
+ * KELO_DEVICE_STRICT opens a strict link: an address that is not dotted IPv4 fails the open at
+ * once (-3) instead of waiting for a device that cannot be reached; a reply completes only the
+ * call that sent its command, so a late or duplicated reply cannot answer a later call; the CAN
+ * receive queue holds at most 100,000 records and takes none while CAN is not open. An unknown
+ * flag bit returns -5 and opens nothing. */
+#define KELO_DEVICE_STRICT 0x1u
+KELOCOMM_API signed char KFr_OpenEx_Wrapper(const char* deviceAddress, unsigned int flags);
+KELOCOMM_API signed char KCAN_OpenEx_Wrapper(const char* deviceAddress, unsigned char canParam,
+                                             unsigned int flags);
+
 /* ---- FlexRay ---- */
 KELOCOMM_API unsigned char KFr_Set_Cluster_Parameter_Wrapper(signed char idx, unsigned char node,
                                                              unsigned char* block /* 36 */);

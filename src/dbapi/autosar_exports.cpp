@@ -236,11 +236,11 @@ std::vector<const std::string*> signalsOf(const autosar::tAutoSarFrameInfo& fram
     return names;
 }
 
-// A keyed list query: 22 when the key is unknown.
+// A keyed list query: 5 for a null key (as for every null argument), 22 when the key is unknown.
 template <typename Map, typename Items>
 unsigned char keyedList(const Map& map, const char* key, Items items, char* buf,
                         unsigned int bufSize, unsigned int* total, unsigned int* count) {
-    if (key == nullptr) return kKeyUnknown;
+    if (key == nullptr) return kBadArgument;
     const auto entry = map.find(key);
     if (entry == map.end()) return kKeyUnknown;
     const std::vector<const std::string*> names = items(entry->second);

@@ -1,5 +1,6 @@
 #include "dbapi/signal_codec.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -104,7 +105,9 @@ std::int64_t extractField(const std::uint8_t* p, std::size_t size, std::uint16_t
             pushByte(acc, byteAt(p, size, i));
         raw = lowAfterShift(acc, s % 8u) & mask;
     }
-    if (isSigned && n > 0 && ((raw >> (n - 1)) & 1u))
+    // Shift counts are taken modulo 64, as the hardware does: a field longer than 64 bits
+    // tests bit (n - 1) mod 64 of its low 64 bits.
+    if (isSigned && n > 0 && ((raw >> ((n - 1u) % 64u)) & 1u))
         raw |= std::uint64_t{0} - (std::uint64_t{1} << (n % 64));
     return static_cast<std::int64_t>(raw);
 }
@@ -158,7 +161,10 @@ std::uint8_t placeField(std::uint8_t* p, std::uint8_t length, std::uint16_t s, s
                                                                      << (span.shift % 32))};
         acc.hi = (acc.hi & ~field.hi) | value.hi;
         acc.lo = (acc.lo & ~field.lo) | value.lo;
-        for (long i = span.last; i >= span.first; --i) {
+        // Only the accumulator's 16 bytes are written back: the leading bytes of a field longer
+        // than that (over 120 bits) stay as they were.
+        const long firstWritten = std::max(span.first, span.last - 15);
+        for (long i = span.last; i >= firstWritten; --i) {
             p[i] = static_cast<std::uint8_t>(acc.lo);
             acc.lo = (acc.lo >> 8) | (acc.hi << 56);
             acc.hi >>= 8;
@@ -169,7 +175,10 @@ std::uint8_t placeField(std::uint8_t* p, std::uint8_t length, std::uint16_t s, s
     const std::uint32_t low = static_cast<std::uint32_t>(raw);
     for (unsigned i = 0; i < n; ++i) {
         const unsigned pos = s + i;
-        const unsigned bit = wide ? unsigned((bits >> i) & 1u) : unsigned((low >> (i % 32)) & 1u);
+        // Bit i of raw, the shift taken modulo the raw value's width (64, or 32 when narrow):
+        // a field longer than 64 bits repeats raw's bits.
+        const unsigned bit =
+            wide ? unsigned((bits >> (i % 64)) & 1u) : unsigned((low >> (i % 32)) & 1u);
         std::uint8_t& byte = p[pos / 8];
         byte = static_cast<std::uint8_t>((byte & ~(1u << (pos % 8))) | (bit << (pos % 8)));
     }

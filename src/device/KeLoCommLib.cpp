@@ -66,6 +66,24 @@ constexpr std::array<std::uint8_t, 256> makeStatusPositions() {
 }
 constexpr std::array<std::uint8_t, 256> kStatusPosition = makeStatusPositions();
 
+// Four decimal numbers 0-255 separated by dots, nothing else: what a strict link accepts as a
+// device address (inet_addr also takes "10.1", hexadecimal and octal forms, and turns anything
+// else into the broadcast address).
+bool isDottedQuad(const char* text) {
+    if (!text) return false;
+    for (int part = 0; part < 4; ++part) {
+        if (part > 0 && *text++ != '.') return false;
+        int value = 0;
+        int digits = 0;
+        while (*text >= '0' && *text <= '9') {
+            value = value * 10 + (*text++ - '0');
+            if (++digits > 3 || value > 255) return false;
+        }
+        if (digits == 0) return false;
+    }
+    return *text == '\0';
+}
+
 }  // namespace
 
 // ---- construction ----------------------------------------------------------------------------
@@ -76,12 +94,33 @@ CommunicationLib::~CommunicationLib() = default;
 KeLoCommLib::KeLoCommLib() {
     for (auto& s : status_)
         s.store(0);
+    for (auto& e : expected_)
+        e.store(0);
 }
 
 KeLoCommLib::~KeLoCommLib() {
     // A device object is meant to be closed before it is deleted. If it was not (or an open
     // failed half-way), stop the link here so that no thread outlives the object.
+    wakeWaiters();
     stopLink();
+}
+
+// Counts a caller that may block inside the object, so that a close can wait for it to leave.
+struct KeLoCommLib::CallScope {
+    explicit CallScope(KeLoCommLib& lib) : lib_(lib) { lib_.activeCalls_.fetch_add(1); }
+    ~CallScope() { lib_.activeCalls_.fetch_sub(1); }
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+    KeLoCommLib& lib_;
+};
+
+void KeLoCommLib::wakeWaiters() {
+    closing_.store(1);
+    while (activeCalls_.load() > 0) {
+        for (auto& event : events_)
+            event.set();
+        sleepMs(1);
+    }
 }
 
 CommunicationLib* GetKeLoComm() {
@@ -96,22 +135,40 @@ void KeLoCommLib::sendDatagram(const std::uint8_t* data, std::size_t length) {
 
 bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_t length) {
     if (!engine_) return false;
-    return engine_->send(code, static_cast<const std::uint8_t*>(payload), length, nullptr,
-                         kEngineTicks);
+    const auto* bytes = static_cast<const std::uint8_t*>(payload);
+    if (!strict_) return engine_->send(code, bytes, length, nullptr, kEngineTicks);
+    // A strict link sends nowhere but to a real address, and arms the reply match of commands
+    // that have a reply.
+    if (!addressValid_) return false;
+    const int index = eventIndex(code);
+    if (index < 0) return engine_->send(code, bytes, length, nullptr, kEngineTicks);
+    // A reply to an earlier call that is still on its way must not complete this one.
+    events_[index].reset();
+    engine_->sendArmed(code, bytes, length, expected_[index]);
+    return true;
 }
 
 // Replies usually come back within tens of microseconds: spin that long before sleeping.
 constexpr unsigned kReplySpinMicros = 50;
 
-bool KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
-    return eventFor(code).wait(waitMs, kReplySpinMicros);
+unsigned char KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
+    const bool signalled = !closing_.load() && eventFor(code).wait(waitMs, kReplySpinMicros);
+    disarmReply(code);
+    if (closing_.load()) return 4;
+    return signalled ? 0 : 2;
+}
+
+void KeLoCommLib::disarmReply(std::uint8_t code) {
+    const int index = eventIndex(code);
+    if (strict_ && index >= 0) expected_[index].store(0);
 }
 
 unsigned char KeLoCommLib::command(std::uint8_t code, const void* payload, std::uint16_t length,
                                    unsigned int waitMs, bool preset) {
+    CallScope scope(*this);
     if (preset) presetStatus(code);
     if (!sendFrame(code, payload, length)) return 3;
-    if (!waitReply(code, waitMs)) return 2;
+    if (const unsigned char waited = waitReply(code, waitMs)) return waited;
     return status(code) != 0 ? 1 : 0;
 }
 
@@ -131,7 +188,9 @@ unsigned char KeLoCommLib::OpenDevice(const char* address) {
     std::strncpy(address8_, text, sizeof address8_ - 1);
     address8_[sizeof address8_ - 1] = '\0';
     addressValue_ = parseIPv4(address8_);
+    addressValid_ = isDottedQuad(address);
     uploadActive_.store(0);
+    closing_.store(0);
 
     // 2. Protocol engine in the host role.
     if (!engine_) engine_.reset(new FrameEngine(1, this, this, sendLock_));
@@ -188,6 +247,18 @@ unsigned char KeLoCommLib::OpenDevice(const char* address) {
     return 0;
 }
 
+void KeLoCommLib::attachReceivePath(bool uploadsActive) {
+    if (!engine_) {
+        engine_.reset(new FrameEngine(1, this, this, sendLock_));
+        engine_->addGeneralHandler(&KeLoCommLib::replyDispatcher);
+    }
+    uploadActive_.store(uploadsActive ? 1 : 0);
+}
+
+void KeLoCommLib::receiveBytes(const std::uint8_t* data, std::size_t length) {
+    if (engine_ && length > 0) engine_->feed(data, length);
+}
+
 unsigned char KeLoCommLib::get_software_version(unsigned int* version) {
     if (version) *version = softwareVersion_;
     return 0;
@@ -204,6 +275,15 @@ unsigned char KeLoCommLib::Fr_Open(const char* address) {
 }
 
 void KeLoCommLib::stopLink() {
+    stopThreadsAndSocket();
+    engine_.reset();
+}
+
+void KeLoCommLib::releaseAfterFailedOpen() {
+    stopThreadsAndSocket();
+}
+
+void KeLoCommLib::stopThreadsAndSocket() {
     if (rxThread_) rxThread_->running.store(0);
     if (tickThread_) tickThread_->running.store(0);
     if (keepAliveThread_) keepAliveThread_->running.store(0);
@@ -224,13 +304,13 @@ void KeLoCommLib::stopLink() {
     finish(keepAliveThread_);
     finish(rxThread_);
     socket_.close();
-    engine_.reset();
 }
 
 unsigned char KeLoCommLib::Fr_Close() {
     unsigned char result = command(kCmdClose, nullptr, 0, kWait);
     linkOpen_.store(0);
     eventFor(kUploadFlexRay).set();  // a waiting Fr_Receive returns 4
+    wakeWaiters();                   // and so does every other waiting call
     stopLink();
     LockGuard g(frQueueLock_);
     frQueue_.clear();
@@ -248,6 +328,7 @@ unsigned char KeLoCommLib::CAN_Open(const char* address, unsigned char channel) 
 unsigned char KeLoCommLib::CAN_Close() {
     canOpened_.store(0);
     eventFor(kUploadCan).set();  // a waiting CAN_Receive returns 4
+    wakeWaiters();               // and so does every other waiting call
     stopLink();
     return 0;
 }
@@ -377,11 +458,12 @@ unsigned char KeLoCommLib::Fr_ClearRcvBuffer(unsigned char) {
 
 unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeoutMs) {
     if (!record) return 5;
+    CallScope scope(*this);
     while (frCount_.load() == 0) {
-        if (!linkOpen_.load()) return 4;
+        if (!linkOpen_.load() || closing_.load()) return 4;
         if (!eventFor(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (frCount_.load() != 0) break;
-        if (!linkOpen_.load()) return 4;
+        if (!linkOpen_.load() || closing_.load()) return 4;
     }
     {
         LockGuard g(frQueueLock_);
@@ -448,10 +530,11 @@ unsigned char KeLoCommLib::Fr_Transmit_MultiFrame(unsigned char controller, unsi
         e.filled = 0;
     }
     if (length >= 1300) return 15;
+    CallScope scope(*this);
     presetStatus(kCmdMultiTransmit);
     if (!sendFrame(kCmdMultiTransmit, payload, static_cast<std::uint16_t>(length))) return 3;
     if (wait == 0) return 0;
-    if (!waitReply(kCmdMultiTransmit, kWait)) return 2;
+    if (const unsigned char waited = waitReply(kCmdMultiTransmit, kWait)) return waited;
     {
         std::lock_guard<std::mutex> g(replyLock_);
         if (result) *result = static_cast<unsigned char>(transmitResult_);
@@ -679,11 +762,12 @@ unsigned char KeLoCommLib::CAN_Transmit(unsigned char* frame, unsigned char* dat
 
 unsigned char KeLoCommLib::CAN_Receive(unsigned char* record, unsigned int timeoutMs) {
     if (!record) return 5;
+    CallScope scope(*this);
     while (canCount_.load() == 0) {
-        if (!canOpened_.load()) return 4;
+        if (!canOpened_.load() || closing_.load()) return 4;
         if (!eventFor(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return 2;
         if (canCount_.load() != 0) break;
-        if (!canOpened_.load()) return 4;
+        if (!canOpened_.load() || closing_.load()) return 4;
     }
     {
         LockGuard g(canQueueLock_);
@@ -731,8 +815,11 @@ void KeLoCommLib::dispatch(const FrameMessage& m) {
         default:
             break;
     }
-    if (eventIndex(code) < 0 || code == kUploadFlexRay || code == kUploadCan) return;
+    const int index = eventIndex(code);
+    if (index < 0 || code == kUploadFlexRay || code == kUploadCan) return;
     if (n < kMinimumLength[code] || kMinimumLength[code] == 0) return;  // malformed: ignored
+    // A strict link takes only the reply its waiting caller sent the command for.
+    if (strict_ && expected_[index].load() != (0x10000u | m.sequence)) return;
 
     {
         std::lock_guard<std::mutex> g(replyLock_);
@@ -806,6 +893,8 @@ void KeLoCommLib::takeFlexRayUpload(const std::uint8_t* p, std::size_t n) {
 
 void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
     if (n < kMultiHeaderSize) return;
+    // A strict link keeps no CAN records nobody can ask for.
+    if (strict_ && !canOpened_.load()) return;
     const std::uint32_t entries = le32(p + 16);
     std::size_t at = kMultiHeaderSize;
     std::uint32_t taken = 0;
@@ -817,6 +906,7 @@ void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
             const std::size_t length = e[32];
             if (at + kCanUploadEntryHead + length > n) break;
             at += (kCanUploadEntryHead + length + 3) & ~std::size_t{3};
+            if (strict_ && canQueue_.size() >= kCanQueueCap) continue;  // dropped, still signalled
             const std::uint64_t stamp = le64(e + 8);
             const std::uint32_t flags = le32(e + 24);
             auto& r = canQueue_.emplaceBack();

@@ -106,6 +106,24 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     // The device port is a constant of the object; tests may point it elsewhere before opening.
     void setDevicePort(std::uint16_t port) { port_ = port; }
 
+    // The receive path without a socket, for fuzzing and tests: attachReceivePath() creates the
+    // protocol engine and registers the reply dispatcher (and sets the upload filter);
+    // receiveBytes() then feeds bytes to the frame parser exactly as the receive thread does.
+    void attachReceivePath(bool uploadsActive);
+    void receiveBytes(const std::uint8_t* data, std::size_t length);
+
+    // Strict link, chosen before the open (the flat interface's KELO_DEVICE_STRICT): an address
+    // that is not dotted IPv4 is never sent to (every command answers 3), a reply completes only
+    // the call that sent its sequence (a late or duplicated reply is dropped), and the CAN queue
+    // is bounded like the FlexRay queue and takes no records while CAN is not open.
+    void setStrict(bool strict) { strict_ = strict; }
+    bool strict() const { return strict_; }
+
+    // After an open that failed: stops the threads and closes the socket, which nobody will close
+    // any more. The engine and the flags stay, so an operation called later still frames its
+    // command and times out as before.
+    void releaseAfterFailedOpen();
+
   private:
     friend class threadUDPproc;
     friend class threadTFtickproc;
@@ -118,12 +136,19 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
                           unsigned int waitMs, bool presetStatus = true);
     unsigned char commandByte(std::uint8_t code, unsigned char value);
     bool sendFrame(std::uint8_t code, const void* payload, std::uint16_t length);
-    bool waitReply(std::uint8_t code, unsigned int waitMs);
+    // 0 reply arrived, 2 time-out, 4 the object is being closed.
+    unsigned char waitReply(std::uint8_t code, unsigned int waitMs);
+    void disarmReply(std::uint8_t code);
+    // Wakes every caller waiting in the object and returns once none is left inside, so that the
+    // object can be stopped and deleted under no waiter.
+    void wakeWaiters();
+    struct CallScope;
     std::uint8_t status(std::uint8_t code) const { return status_[code].load(); }
     void presetStatus(std::uint8_t code) { status_[code].store(0xFF); }
     kelo::AutoResetEvent& eventFor(std::uint8_t code) { return events_[kelo::eventIndex(code)]; }
 
     void stopLink();
+    void stopThreadsAndSocket();
     void sendDatagram(const std::uint8_t* data, std::size_t length) override;
 
     // Reply dispatcher: the engine's general handler.
@@ -140,6 +165,16 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     std::atomic<std::uint8_t> canOpened_{0};
     std::atomic<std::uint8_t> busActive_{1};
     std::atomic<std::uint8_t> uploadActive_{0};
+
+    // Blocking calls inside the object, and the close that wakes them (see wakeWaiters()).
+    std::atomic<int> activeCalls_{0};
+    std::atomic<std::uint8_t> closing_{0};
+
+    bool strict_ = false;
+    bool addressValid_ = true;
+    // Strict link: per completion event, 0x10000 | the sequence of the command that waits for its
+    // reply, 0 when none does. Written under the send lock before the frame leaves.
+    std::atomic<std::uint32_t> expected_[kelo::kEventCount];
     unsigned int softwareVersion_ = 0;
 
     // Results the reply dispatcher stores for the waiting caller (guarded by replyLock_).

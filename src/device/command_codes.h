@@ -73,6 +73,8 @@ inline constexpr std::size_t kDeviceInfoSize = 72;
 inline constexpr std::size_t kFifoRecordSize = 46;
 inline constexpr std::size_t kFifoGroupCountAt = 44;
 inline constexpr std::size_t kFrQueueCap = 100000;
+// A strict link bounds the CAN receive queue the same way.
+inline constexpr std::size_t kCanQueueCap = 100000;
 inline constexpr std::uint16_t kDevicePort = 5055;
 
 // Upload entry layouts.

@@ -119,6 +119,17 @@ bool FrameEngine::send(std::uint8_t command, const std::uint8_t* payload, std::u
     return true;
 }
 
+void FrameEngine::sendArmed(std::uint8_t command, const std::uint8_t* payload, std::uint16_t length,
+                            std::atomic<std::uint32_t>& armed) {
+    LockGuard g(sendLock_);
+    sentSinceKeepAlive_.store(true, std::memory_order_relaxed);
+    std::uint16_t sequence = txCounter_ & 0x7FFFu;
+    if (role_ != 0) sequence |= 0x8000u;
+    ++txCounter_;
+    armed.store(0x10000u | sequence);
+    buildAndSend(sequence, command, payload, length);
+}
+
 void FrameEngine::sendReply(std::uint16_t sequence, std::uint8_t command,
                             const std::uint8_t* payload, std::uint16_t length) {
     LockGuard g(sendLock_);

@@ -69,6 +69,10 @@ class FrameEngine {
     bool send(std::uint8_t command, const std::uint8_t* payload, std::uint16_t length,
               FrameHandler callback = nullptr, std::uint16_t ticks = 20,
               std::uintptr_t context0 = 0, std::uintptr_t context1 = 0);
+    // As send() without a callback, and stores 0x10000 | the frame's sequence in `armed` before
+    // the frame leaves, so that the receive thread can match the reply against it.
+    void sendArmed(std::uint8_t command, const std::uint8_t* payload, std::uint16_t length,
+                   std::atomic<std::uint32_t>& armed);
     // Frames and sends an answer that reuses the sequence of the frame it answers.
     void sendReply(std::uint16_t sequence, std::uint8_t command, const std::uint8_t* payload,
                    std::uint16_t length);

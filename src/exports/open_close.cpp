@@ -13,7 +13,8 @@ namespace {
 // on success, anything that must still happen under the lock. Returns the index or minus the
 // open's status.
 template <typename Open, typename AfterOpen>
-signed char openDevice(Open&& open, AfterOpen&& afterOpen) {
+signed char openDevice(unsigned int flags, Open&& open, AfterOpen&& afterOpen) {
+    if ((flags & ~KELO_DEVICE_STRICT) != 0) return -5;
     LockGuard g(DeviceTableLock);
     signed char found = 0;
     signed char counter = 1;
@@ -27,10 +28,17 @@ signed char openDevice(Open&& open, AfterOpen&& afterOpen) {
     // with entry 0, which every other export rejects.
     if (counter > kDeviceSlots) return -20;
 
-    CommunicationLib* lib = new KeLoCommLib();
+    KeLoCommLib* device = new KeLoCommLib();
+    device->setStrict((flags & KELO_DEVICE_STRICT) != 0);
+    CommunicationLib* lib = device;
     storeDevice(found, lib);
     const unsigned char status = open(lib);
-    if (status != 0) return static_cast<signed char>(-static_cast<int>(status));
+    if (status != 0) {
+        // The instance stays in the entry, but nobody will close it: give back its socket and
+        // threads now.
+        device->releaseAfterFailedOpen();
+        return static_cast<signed char>(-static_cast<int>(status));
+    }
     DeviceSlotTable[found].inUse.store(1);
     afterOpen(found);
     return found;
@@ -41,17 +49,27 @@ signed char openDevice(Open&& open, AfterOpen&& afterOpen) {
 extern "C" {
 
 KELOCOMM_API signed char KFr_Open_Wrapper(const char* deviceAddress) {
-    return guarded<signed char>(-3, [&] {
-        return openDevice([&](CommunicationLib* lib) { return lib->Fr_Open(deviceAddress); },
-                          [](signed char) {});
-    });
+    return KFr_OpenEx_Wrapper(deviceAddress, 0);
 }
 
 KELOCOMM_API signed char KCAN_Open_Wrapper(const char* deviceAddress, unsigned char canParam) {
+    return KCAN_OpenEx_Wrapper(deviceAddress, canParam, 0);
+}
+
+KELOCOMM_API signed char KFr_OpenEx_Wrapper(const char* deviceAddress, unsigned int flags) {
+    return guarded<signed char>(-3, [&] {
+        return openDevice(
+            flags, [&](CommunicationLib* lib) { return lib->Fr_Open(deviceAddress); },
+            [](signed char) {});
+    });
+}
+
+KELOCOMM_API signed char KCAN_OpenEx_Wrapper(const char* deviceAddress, unsigned char canParam,
+                                             unsigned int flags) {
     return guarded<signed char>(-3, [&] {
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
         return openDevice(
-            [&](CommunicationLib* lib) { return lib->CAN_Open(deviceAddress, canParam); },
+            flags, [&](CommunicationLib* lib) { return lib->CAN_Open(deviceAddress, canParam); },
             [](signed char idx) {
                 // A fresh CAN channel starts stopped and with an empty receive buffer.
                 KCAN_Stop_Wrapper(idx);

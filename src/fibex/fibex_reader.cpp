@@ -354,8 +354,9 @@ class KeyIndex {
         for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
             Slot& slot = slots_[i];
             if (slot.hash == 0) return nullptr;
+            // An empty key may have no data pointer at all: memcmp must not see it.
             if (slot.hash == hash && slot.size == key.size() &&
-                std::memcmp(slot.data, key.data(), key.size()) == 0)
+                (key.empty() || std::memcmp(slot.data, key.data(), key.size()) == 0))
                 return &slot.value;
         }
     }

@@ -191,11 +191,16 @@ bool topLevelWellFormed(const pugi::xml_document& doc) {
     return elements == 1;
 }
 
-// No element gives an attribute twice.
+// No element gives an attribute twice, and none nests deeper than the limit.
 class RepeatedAttributeFinder : public pugi::xml_tree_walker {
   public:
     bool found = false;
     bool for_each(pugi::xml_node& node) override {
+        if (node.type() == pugi::node_element &&
+            static_cast<unsigned>(depth()) >= kMaxElementDepth) {
+            found = true;
+            return false;
+        }
         const pugi::xml_attribute first = node.first_attribute();
         if (!first || !first.next_attribute()) return true;
         names_.clear();
@@ -223,11 +228,13 @@ bool parsedWellFormed(pugi::xml_document& doc) {
 
 int Document::loadFile(const QString& path) {
     doc_.reset();
-    if (path.isEmpty() || QFileInfo(path).isDir()) return kCannotOpen;
+    // Only a regular file: a FIFO or a device would block the open or never end.
+    if (path.isEmpty() || !QFileInfo(path).isFile()) return kCannotOpen;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) return kCannotOpen;
     const qint64 size = file.size();
     if (size < 0) return kCannotOpen;
+    if (size > kMaxFileBytes) return kMalformed;
     // Read straight into a buffer the document then owns, so the file is held only once.
     void* buffer = pugi::get_memory_allocation_function()(static_cast<std::size_t>(size) + 1);
     if (!buffer) return kCannotOpen;
@@ -252,6 +259,7 @@ int Document::loadFile(const QString& path) {
 
 int Document::loadText(std::string_view text) {
     doc_.reset();
+    if (text.size() > static_cast<unsigned long long>(kMaxFileBytes)) return kMalformed;
     if (!referencesDeclared(text.data(), text.size())) return kMalformed;
     pugi::xml_parse_result result =
         doc_.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_auto);

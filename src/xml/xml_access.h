@@ -28,11 +28,18 @@ enum Code : int {
     kNotFound = 5,
 };
 
+// Resource limits of a database file: a larger file, or one whose elements nest deeper, is
+// refused as malformed before it can exhaust memory or a recursive walk's stack. Real FIBEX and
+// AUTOSAR files stay far below both (tens of megabytes, a few dozen levels).
+inline constexpr long long kMaxFileBytes = 512ll * 1024 * 1024;
+inline constexpr unsigned kMaxElementDepth = 1000;
+
 // The parsed file. Encodings follow the file: byte-order marks, UTF-8, UTF-16 and a declared
 // ISO-8859-1 are converted to UTF-8.
 class Document {
   public:
-    // 0, kCannotOpen (missing file, directory, unreadable) or kMalformed.
+    // 0, kCannotOpen (missing, not a regular file, unreadable) or kMalformed (also beyond the
+    // resource limits).
     int loadFile(const QString& path);
     int loadText(std::string_view text);  // for tests and tools
     Element root() const { return doc_.document_element(); }

@@ -159,6 +159,48 @@ TEST(CodecKeptResults, SixtyFourBitFieldsReadAsZeroInBothOrders) {
                 EXPECT_EQ(extractField(p.data(), p.size(), s, 64, msb, sign), 0);
 }
 
+// A database may declare a field longer than 64 bits. Shift counts are taken modulo 64: such a
+// field reads as its lowest n mod 64 bits, sign-extended from bit (n - 1) mod 64; placed least
+// significant byte first, field bit i takes raw bit i mod 64; placed most significant byte first,
+// its lowest n mod 64 bits are cleared and take raw.
+TEST(CodecKeptResults, FieldsLongerThanSixtyFourBits) {
+    std::mt19937_64 rng(codecSeed() ^ 0x5151);
+    for (unsigned n : {65u, 83u, 127u, 130u})
+        for (unsigned s : {0u, 5u, 13u})
+            for (bool msb : {false, true})
+                for (bool sign : {false, true}) {
+                    SCOPED_TRACE(::testing::Message()
+                                 << "start " << s << " length " << n << (msb ? " MSB" : " LSB")
+                                 << (sign ? " signed" : ""));
+                    std::vector<std::uint8_t> p(40);
+                    for (auto& byte : p)
+                        byte = static_cast<std::uint8_t>(rng());
+                    const unsigned low = n % 64;
+                    std::uint64_t want = 0;
+                    for (unsigned j = 0; j < low; ++j) {
+                        const BitAddress a = addressOf(s, n, j, msb);
+                        if ((p[a.byte] >> a.bit) & 1u) want |= std::uint64_t{1} << j;
+                    }
+                    if (sign && ((want >> (low - 1)) & 1u)) want |= ~std::uint64_t{0} << low;
+                    EXPECT_EQ(static_cast<std::uint64_t>(
+                                  extractField(p.data(), p.size(), s, n, msb, sign)),
+                              want);
+
+                    const std::uint64_t raw = rng() & ((std::uint64_t{1} << low) - 1);
+                    std::vector<std::uint8_t> expected = p;
+                    for (unsigned j = 0; j < (msb ? low : n); ++j) {
+                        const BitAddress a = addressOf(s, n, j, msb);
+                        const unsigned bit = unsigned(raw >> (j % 64)) & 1u;
+                        expected[a.byte] = static_cast<std::uint8_t>(
+                            (expected[a.byte] & ~(1u << a.bit)) | (bit << a.bit));
+                    }
+                    ASSERT_EQ(
+                        placeField(p.data(), 40, s, n, msb, true, static_cast<std::int64_t>(raw)),
+                        kOk);
+                    EXPECT_EQ(p, expected);
+                }
+}
+
 TEST(CodecKeptResults, LinearDecodingTakesTheIntegerPathForWholeFactorAndOffset) {
     const std::uint8_t p[] = {3};
     SignalCoding c;

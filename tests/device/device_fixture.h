@@ -26,7 +26,7 @@ namespace kelo_test {
 using namespace kelo_testing;
 
 // ---- emulator addresses ------------------------------------------------------------------------
-// Every test binds its own 127.0.0.<n> (n in 50..149). The fast and the slow suites run as two
+// Every test binds its own 127.0.0.<n> (n in 50..149 and 220..229). The fast and the slow suites run as two
 // processes at the same time, so a number is never shared between tests; the instances of one
 // parameterised test run one after the other and share their test's number.
 // Free: 108, 124.
@@ -124,6 +124,14 @@ constexpr int kConcurrentNodeState = 146;
 constexpr int kConcurrentTransmit = 147;
 constexpr int kConcurrentCanTransmit = 148;
 constexpr int kConcurrentReceive = 149;
+// strict_link_test.cpp
+constexpr int kStrictSequence = 220;
+constexpr int kStrictLateAndDuplicated = 221;
+constexpr int kStrictCanQueue = 222;
+constexpr int kDefaultCanQueue = 223;
+constexpr int kCloseWakesCommand = 224;
+constexpr int kCloseWakesExport = 225;
+constexpr int kStrictAddress = 226;
 }  // namespace host
 
 // ---- time --------------------------------------------------------------------------------------

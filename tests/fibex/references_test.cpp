@@ -91,3 +91,15 @@ TEST_F(DanglingReferences, ChannelsControllersAndTriggeringsOfEcusAndClusters) {
 }
 
 }  // namespace
+
+// Empty keys are keys like any other: the FRAME-REF without ID-REF finds the FRAME without ID.
+using EmptyReferenceKeys = FibexTest;
+TEST_F(EmptyReferenceKeys, FrameRefWithoutIdRefFindsTheFrameWithoutId) {
+    loadOk("frame-and-frame-ref-without-ids.xml");
+    const auto& frame = entry(db.frames, "");
+    EXPECT_EQ(frame.shortName, "FrameWithoutId");
+    const auto& triggering = entry(db.frameTriggerings, "FT");
+    EXPECT_EQ(triggering.frameId, "");
+    EXPECT_EQ(triggering.frame, &frame);
+    EXPECT_EQ(triggering.slotId, 7);
+}

@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "xml/xml_access.h"
 #include "xml/xml_test_support.h"
 
@@ -211,15 +214,20 @@ TEST(DocumentEncoding, Utf32) {
 
 // ---- hostile inputs ------------------------------------------------------------------------
 
-TEST(DocumentHostile, HundredThousandNestedLevels) {
-    constexpr int kDepth = 100000;
-    std::string xml;
-    xml.reserve(kDepth * 8 + 64);
-    for (int i = 0; i < kDepth; ++i)
-        xml += "<d>";
-    xml += "<leaf k=\"v\">bottom</leaf>";
-    for (int i = 0; i < kDepth; ++i)
-        xml += "</d>";
+// Elements may nest 1,000 levels deep (the limit keeps every walk's stack small); deeper
+// documents are refused as malformed, from a file or from text.
+TEST(DocumentHostile, NestingUpToTheLimit) {
+    auto nested = [](int depth) {
+        std::string xml;
+        for (int i = 0; i < depth; ++i)
+            xml += "<d>";
+        xml += "<leaf k=\"v\">bottom</leaf>";
+        for (int i = 0; i < depth; ++i)
+            xml += "</d>";
+        return xml;
+    };
+    const int kDepth = static_cast<int>(kMaxElementDepth) - 1;  // the leaf is the last level
+    const std::string xml = nested(kDepth);
     ScratchDir dir;
     Document doc;
     ASSERT_EQ(load(doc, dir.write("deep.xml", xml)), 0);
@@ -237,11 +245,29 @@ TEST(DocumentHostile, HundredThousandNestedLevels) {
     std::string text;
     EXPECT_TRUE(readTextInto(doc.root(), "d/d/d/d", text, true));
     EXPECT_EQ(text, "bottom");
-
-    // The same depth, cut off before the end tags.
-    EXPECT_EQ(load(doc, dir.write("deep-cut.xml", xml.substr(0, xml.size() / 2))), 3);
     EXPECT_EQ(doc.loadText(xml), 0);
-    doc.clear();
+
+    for (int depth : {kDepth + 1, 100000}) {
+        SCOPED_TRACE(depth);
+        EXPECT_EQ(load(doc, dir.write("deeper.xml", nested(depth))), 3);
+        EXPECT_FALSE(doc.root());
+        EXPECT_EQ(doc.loadText(nested(depth)), 3);
+    }
+    // Cut off before the end tags.
+    EXPECT_EQ(load(doc, dir.write("deep-cut.xml", xml.substr(0, xml.size() / 2))), 3);
+}
+
+// A file above the size limit is refused before it is read (a sparse file costs no disk), and
+// so is anything that is not a regular file: a FIFO would block the read for ever.
+TEST(DocumentHostile, OversizedFileAndFifo) {
+    ScratchDir dir;
+    const std::string big = dir.write("big.xml", "<a/>");
+    ASSERT_EQ(::truncate(big.c_str(), static_cast<off_t>(kMaxFileBytes) + 1), 0);
+    Document doc;
+    EXPECT_EQ(load(doc, big), 3);
+    const std::string fifo = dir.path() + "/fifo.xml";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(load(doc, fifo), 2);
 }
 
 TEST(DocumentHostile, GiganticAttribute) {

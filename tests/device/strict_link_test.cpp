@@ -1,0 +1,156 @@
+// The strict link (KELO_DEVICE_STRICT) beside the default one, and what every link does on a
+// close: a reply completes only the call that sent its command, a late or duplicated reply
+// answers nobody, CAN uploads need an open CAN channel and stop at the queue's cap, an address
+// that is not dotted IPv4 fails the open at once, and a close wakes the callers still waiting.
+#include "KeLoComm.h"
+#include "device_fixture.h"
+
+namespace kelo_test {
+namespace {
+
+using kelo::emu::CanEntry;
+
+// Holds the device's own reply back, answers with `sequence` first (refusing) and then with the
+// right one (accepting); returns what the waiting call returned.
+unsigned char answerWithWrongSequenceFirst(Link& link, std::uint16_t sequence) {
+    const std::uint8_t code = kelo::kCmdConfigureNode;
+    const std::size_t before = link.emu.count(code);
+    link.emu.delay(code, 600000, 1);
+    auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
+    if (link.emu.waitFor(code, before + 1, 2000)) {
+        const std::uint16_t right = link.emu.received(code).back().sequence;
+        link.emu.sendFrame(code, {1, 9}, sequence == right ? right ^ 1 : sequence);
+        EXPECT_TRUE(link.sync());
+        link.emu.sendFrame(code, {1, 0}, right);
+    }
+    return op.get();
+}
+
+TEST(StrictLink, ReplyWithAnotherSequenceIsDropped) {
+    Link link(host::kStrictSequence);
+    link.dev->setStrict(true);
+    ASSERT_TRUE(link.open());
+    for (std::uint16_t sequence : {std::uint16_t{0x7777}, std::uint16_t{0}})
+        EXPECT_EQ(answerWithWrongSequenceFirst(link, sequence), 0) << sequence;
+}
+
+// One reply that comes after its caller gave up, then every reply twice: each later call still
+// gets its own answer. (The default link lets the late reply answer the next call: see the
+// behaviour tests.)
+TEST(StrictLink, LateAndDuplicatedRepliesAnswerNobody) {
+    Link link(host::kStrictLateAndDuplicated);
+    link.dev->setStrict(true);
+    ASSERT_TRUE(link.open());
+    const std::uint8_t code = kelo::kCmdConfigureNode;
+    link.emu.delay(code, 600000, 1);
+    EXPECT_EQ(link.dev->Fr_Configure_Node(1), 2);
+    link.emu.sendFrame(code, {1, 0}, link.emu.received(code).back().sequence);
+    ASSERT_TRUE(link.sync());
+    link.emu.refuse(code, 7, 1);
+    EXPECT_EQ(link.dev->Fr_Configure_Node(1), 1) << "the refusal, not the late acceptance";
+
+    link.emu.duplicateDatagrams(true);
+    int accepted = 0;
+    for (int i = 0; i < 200; ++i)
+        accepted += link.dev->Fr_Configure_Node(1) == 0;
+    EXPECT_EQ(accepted, 200);
+    unsigned char state = 0, sub = 0;
+    EXPECT_EQ(link.dev->Fr_GetFrNodeState(1, &state, &sub), 0);
+}
+
+CanEntry canEntry(std::uint32_t identifier) {
+    CanEntry e;
+    e.identifier = identifier;
+    e.data = {1, 2, 3, 4, 5};
+    return e;
+}
+
+// Uploads `total` CAN records, 1,000 per frame, then waits for them to be dispatched.
+void uploadCanRecords(Link& link, std::size_t total) {
+    for (std::size_t sent = 0; sent < total;) {
+        const std::size_t n = std::min<std::size_t>(1000, total - sent);
+        link.emu.uploadCan(std::vector<CanEntry>(n, canEntry(0x100)));
+        sent += n;
+        ASSERT_TRUE(link.sync());
+    }
+}
+
+TEST(StrictLink, CanQueueNeedsAnOpenChannelAndStopsAtItsCap) {
+    {
+        Link flexRay(host::kStrictCanQueue);
+        flexRay.dev->setStrict(true);
+        ASSERT_TRUE(flexRay.open(Bus::FlexRay));
+        uploadCanRecords(flexRay, 10);
+        EXPECT_EQ(flexRay.dev->CAN_framesAvailable(), 0u) << "CAN is not open on this link";
+    }
+    Link can(host::kStrictCanQueue);
+    can.dev->setStrict(true);
+    ASSERT_TRUE(can.open(Bus::Can));
+    uploadCanRecords(can, kelo::kCanQueueCap + 10);
+    EXPECT_EQ(can.dev->CAN_framesAvailable(), kelo::kCanQueueCap);
+    unsigned char record[kelo::kCanRecordSize];
+    EXPECT_EQ(can.dev->CAN_Receive(record, 0), 0);
+    EXPECT_EQ(can.dev->CAN_ClearRcvBuffer(), 0);
+    EXPECT_EQ(can.dev->CAN_framesAvailable(), 0u);
+}
+
+// The default link keeps what the device sends, CAN open or not.
+TEST(DefaultLink, CanUploadsAreQueuedOnAFlexRayLink) {
+    Link link(host::kDefaultCanQueue);
+    ASSERT_TRUE(link.open(Bus::FlexRay));
+    uploadCanRecords(link, 10);
+    EXPECT_EQ(link.dev->CAN_framesAvailable(), 10u);
+}
+
+TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
+    for (const char* address : {"not-an-ip", "", "999.1.1.1", "1.2.3", "1.2.3.4.5", " 1.2.3.4",
+                                "1.2.3.4 ", "0x7f.0.0.1", static_cast<const char*>(nullptr)}) {
+        SCOPED_TRACE(address ? address : "(null)");
+        KeLoCommLib dev;
+        dev.setStrict(true);
+        EXPECT_EQ(dev.Fr_Open(address), 3);
+        EXPECT_EQ(KFr_OpenEx_Wrapper(address, KELO_DEVICE_STRICT), -3);
+        EXPECT_EQ(KCAN_OpenEx_Wrapper(address, 1, KELO_DEVICE_STRICT), -3);
+    }
+    // A dotted address opens as usual, and a flag the library does not know opens nothing.
+    Link link(host::kStrictAddress);
+    link.dev->setStrict(true);
+    EXPECT_TRUE(link.open());
+    EXPECT_EQ(KFr_OpenEx_Wrapper(link.addr(), 0x2), -5);
+}
+
+// A caller waiting for a reply when another thread closes the device returns 4 (link not open)
+// as soon as the close has its own answer, and the object is gone only after it left.
+TEST(CloseWakesWaiters, CommandWaitingForItsReplyReturnsFour) {
+    Link link(host::kCloseWakesCommand);
+    ASSERT_TRUE(link.open());
+    link.emu.delay(kelo::kCmdConfigureNode, 600000, 1);
+    auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
+    ASSERT_TRUE(link.emu.waitFor(kelo::kCmdConfigureNode, 1, 2000));
+    EXPECT_EQ(link.dev->Fr_Close(), 0);
+    link.forget();
+    EXPECT_EQ(op.get(), 4);
+}
+
+TEST(CloseWakesWaiters, ExportWaitingWhileTheIndexIsClosed) {
+    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCloseWakesExport));
+    ASSERT_TRUE(emu.start());
+    for (bool can : {false, true}) {
+        SCOPED_TRACE(can ? "CAN" : "FlexRay");
+        const signed char idx = can ? KCAN_Open_Wrapper(emu.address().c_str(), 2)
+                                    : KFr_Open_Wrapper(emu.address().c_str());
+        ASSERT_GT(idx, 0);
+        const std::size_t before = emu.count(kelo::kCmdGetNodeState);
+        emu.delay(kelo::kCmdGetNodeState, 600000, 1);
+        auto op = std::async(std::launch::async, [&] {
+            unsigned char state = 0, sub = 0;
+            return KFr_GetFrNodeState_Wrapper(idx, 1, &state, &sub);
+        });
+        ASSERT_TRUE(emu.waitFor(kelo::kCmdGetNodeState, before + 1, 2000));
+        EXPECT_EQ(can ? KCAN_Close_Wrapper(idx) : KFr_Close_Wrapper(idx), 0);
+        EXPECT_EQ(op.get(), 4);
+    }
+}
+
+}  // namespace
+}  // namespace kelo_test
