@@ -134,12 +134,10 @@ void KeLoCommLib::sendDatagram(const std::uint8_t* data, std::size_t length) {
 }
 
 bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_t length) {
-    if (!engine_) return false;
+    if (!engine_ || !addressUsable_) return false;
     const auto* bytes = static_cast<const std::uint8_t*>(payload);
     if (!strict_) return engine_->send(code, bytes, length, nullptr, kEngineTicks);
-    // A strict link sends nowhere but to a real address, and arms the reply match of commands
-    // that have a reply.
-    if (!addressValid_) return false;
+    // A strict link arms the reply match of commands that have a reply.
     const int index = eventIndex(code);
     if (index < 0) return engine_->send(code, bytes, length, nullptr, kEngineTicks);
     // A reply to an earlier call that is still on its way must not complete this one.
@@ -188,7 +186,8 @@ unsigned char KeLoCommLib::OpenDevice(const char* address) {
     std::strncpy(address8_, text, sizeof address8_ - 1);
     address8_[sizeof address8_ - 1] = '\0';
     addressValue_ = parseIPv4(address8_);
-    addressValid_ = isDottedQuad(address);
+    // No address at all is never sent to; a strict link wants a dotted one.
+    addressUsable_ = address != nullptr && (!strict_ || isDottedQuad(address));
     uploadActive_.store(0);
     closing_.store(0);
 

@@ -171,7 +171,7 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     std::atomic<std::uint8_t> closing_{0};
 
     bool strict_ = false;
-    bool addressValid_ = true;
+    bool addressUsable_ = true;
     // Strict link: per completion event, 0x10000 | the sequence of the command that waits for its
     // reply, 0 when none does. Written under the send lock before the frame leaves.
     std::atomic<std::uint32_t> expected_[kelo::kEventCount];

@@ -112,6 +112,10 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
         EXPECT_EQ(KFr_OpenEx_Wrapper(address, KELO_DEVICE_STRICT), -3);
         EXPECT_EQ(KCAN_OpenEx_Wrapper(address, 1, KELO_DEVICE_STRICT), -3);
     }
+    // No address at all fails at once on any link.
+    KeLoCommLib plain;
+    EXPECT_EQ(plain.Fr_Open(nullptr), 3);
+    EXPECT_EQ(KFr_Open_Wrapper(nullptr), -3);
     // A dotted address opens as usual, and a flag the library does not know opens nothing.
     Link link(host::kStrictAddress);
     link.dev->setStrict(true);
