@@ -582,8 +582,11 @@ unsigned char KeLoCommLib::SetDeviceText(const char* text) {
 }
 
 unsigned char KeLoCommLib::FrSetDevIp(const char* address) {
+    // No text is no address: the device would be given 0.0.0.0. A strict link sends only a
+    // dotted address.
+    if (!address || (strict_ && !isDottedQuad(address))) return 5;
     std::uint8_t payload[4];
-    putLe32(payload, QHostAddress(QString::fromLatin1(address ? address : "")).toIPv4Address());
+    putLe32(payload, QHostAddress(QString::fromLatin1(address)).toIPv4Address());
     return command(kCmdSetDeviceIp, payload, sizeof payload, kWait);
 }
 

@@ -1,8 +1,5 @@
 #include "exports/device_table.h"
 
-#include <mutex>
-#include <vector>
-
 #ifdef _WIN32
 #include <windows.h>
 #endif
@@ -13,16 +10,6 @@ DeviceSlot DeviceSlotTable[kDeviceSlots];
 Lock DeviceTableLock;
 
 namespace {
-// Instances replaced in the table after a failed open: never freed, but never lost either.
-// (A local type keeps the container's code out of the exported symbol table.)
-struct Orphan {
-    CommunicationLib* lib;
-};
-std::vector<Orphan>& orphans() {
-    static std::vector<Orphan> list;
-    return list;
-}
-
 // Brings the table to its initial state when the library is loaded into a process.
 void initialiseDeviceTable() {
     for (DeviceSlot& slot : DeviceSlotTable) {
@@ -34,8 +21,9 @@ void initialiseDeviceTable() {
 
 void storeDevice(int idx, CommunicationLib* lib) {
     CommunicationLib* previous = DeviceSlotTable[idx].lib.exchange(lib, std::memory_order_acq_rel);
-    if (previous && previous != lib)
-        orphans().push_back(Orphan{previous});  // under DeviceTableLock
+    // What an open replaces is the instance a failed open left behind (a closed entry holds
+    // none), or entry 0's when every entry is in use: nothing can reach it any more.
+    if (previous && previous != lib) delete previous;
 }
 
 }  // namespace kelo

@@ -28,7 +28,8 @@ inline CommunicationLib* deviceAt(signed char idx) {
 }
 
 // Puts an instance into an entry, replacing what stood there. A replaced instance (left by a
-// failed open) is not freed: it is kept on a process-wide list so it stays reachable.
+// failed open, or entry 0's when every entry is in use) is deleted: nothing can reach it any
+// more.
 void storeDevice(int idx, CommunicationLib* lib);
 
 // Runs `body` and turns anything thrown into `fallback`: nothing crosses the exported boundary.

@@ -175,28 +175,34 @@ TEST_F(AutosarTest, BinaryInputIsRefused) {
     EXPECT_FALSE(reader.IsLoaded());
 }
 
-TEST_F(AutosarTest, DeeplyNestedPackagesAndElementsNeverCrash) {
-    // 20000 nested packages, the innermost holding a signal; then deeply nested plain elements.
-    constexpr int kDepth = 20000;
-    std::string text = arxml("@");
-    std::string inner;
-    for (int i = 0; i < kDepth; ++i)
-        inner += "<AR-PACKAGE><SHORT-NAME>P" + std::to_string(i) + "</SHORT-NAME><AR-PACKAGES>";
-    inner += package("Signals", "<I-SIGNAL><SHORT-NAME>Deep</SHORT-NAME></I-SIGNAL>");
-    for (int i = 0; i < kDepth; ++i)
-        inner += "</AR-PACKAGES></AR-PACKAGE>";
-    text.replace(text.find('@'), 1, inner);
-    ASSERT_EQ(loadText(text), 0);
+// Nested packages and plain elements are read to the limit of 1,000 element levels (a package
+// level is two: AR-PACKAGE and AR-PACKAGES); deeper files are refused as malformed.
+TEST_F(AutosarTest, DeeplyNestedPackagesAndElements) {
+    auto packages = [this](int depth) {
+        std::string text = arxml("@");
+        std::string inner;
+        for (int i = 0; i < depth; ++i)
+            inner += "<AR-PACKAGE><SHORT-NAME>P" + std::to_string(i) + "</SHORT-NAME><AR-PACKAGES>";
+        inner += package("Signals", "<I-SIGNAL><SHORT-NAME>Deep</SHORT-NAME></I-SIGNAL>");
+        for (int i = 0; i < depth; ++i)
+            inner += "</AR-PACKAGES></AR-PACKAGE>";
+        return text.replace(text.find('@'), 1, inner);
+    };
+    ASSERT_EQ(loadText(packages(490)), 0);
     EXPECT_EQ(keys(db.signals), (Names{"Deep"}));
+    EXPECT_EQ(loadText(packages(20000)), 3);
 
-    std::string elements = arxml("@");
-    std::string nested;
-    for (int i = 0; i < kDepth; ++i)
-        nested += "<ELEMENTS>";
-    for (int i = 0; i < kDepth; ++i)
-        nested += "</ELEMENTS>";
-    elements.replace(elements.find('@'), 1, package("P", nested));
-    EXPECT_EQ(loadText(elements), 0);
+    auto elements = [this](int depth) {
+        std::string text = arxml("@");
+        std::string nested;
+        for (int i = 0; i < depth; ++i)
+            nested += "<ELEMENTS>";
+        for (int i = 0; i < depth; ++i)
+            nested += "</ELEMENTS>";
+        return text.replace(text.find('@'), 1, package("P", nested));
+    };
+    EXPECT_EQ(loadText(elements(980)), 0);
+    EXPECT_EQ(loadText(elements(20000)), 3);
 }
 
 TEST_F(AutosarTest, DocumentWithoutAutosarRootReadsNothing) {

@@ -119,8 +119,12 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
     // A dotted address opens as usual, and a flag the library does not know opens nothing.
     Link link(host::kStrictAddress);
     link.dev->setStrict(true);
-    EXPECT_TRUE(link.open());
+    ASSERT_TRUE(link.open());
     EXPECT_EQ(KFr_OpenEx_Wrapper(link.addr(), 0x2), -5);
+    // Nor does it give the device an address that is not dotted.
+    EXPECT_EQ(link.dev->FrSetDevIp("10.1"), 5);
+    EXPECT_EQ(link.dev->FrSetDevIp("10.0.0.9"), 0);
+    EXPECT_EQ(link.emu.count(kelo::kCmdSetDeviceIp), 1u);
 }
 
 // A caller waiting for a reply when another thread closes the device returns 4 (link not open)

@@ -330,22 +330,29 @@ TEST_F(FibexTest, EncodingsReachTheRecordsAsUtf8) {
     }
 }
 
+// Deep nesting inside a description is read to the limit of 1,000 element levels; a deeper file
+// is refused as malformed.
 TEST_F(FibexTest, DeeplyNestedDescription) {
-    constexpr int kDepth = 100000;
-    std::string xml =
-        "<fx:FIBEX xmlns:fx=\"http://www.asam.net/xml/fbx\" xmlns:ho=\"http://www.asam.net/xml\" "
-        "VERSION=\"3.1.0\"><fx:ELEMENTS><fx:CHANNELS/></fx:ELEMENTS><fx:PROCESSING-INFORMATION>"
-        "<ho:UNIT-SPEC><ho:UNITS><ho:UNIT ID=\"U_DEEP\"><ho:SHORT-NAME>deep</ho:SHORT-NAME>"
-        "<ho:DISPLAY-NAME>d</ho:DISPLAY-NAME><ho:DESC>";
-    for (int i = 0; i < kDepth; ++i)
-        xml += "<ho:P>";
-    xml += "bottom";
-    for (int i = 0; i < kDepth; ++i)
-        xml += "</ho:P>";
-    xml += "</ho:DESC></ho:UNIT></ho:UNITS></ho:UNIT-SPEC></fx:PROCESSING-INFORMATION></fx:FIBEX>";
+    auto nested = [](int depth) {
+        std::string xml =
+            "<fx:FIBEX xmlns:fx=\"http://www.asam.net/xml/fbx\" "
+            "xmlns:ho=\"http://www.asam.net/xml\" "
+            "VERSION=\"3.1.0\"><fx:ELEMENTS><fx:CHANNELS/></fx:ELEMENTS><fx:PROCESSING-INFORMATION>"
+            "<ho:UNIT-SPEC><ho:UNITS><ho:UNIT ID=\"U_DEEP\"><ho:SHORT-NAME>deep</ho:SHORT-NAME>"
+            "<ho:DISPLAY-NAME>d</ho:DISPLAY-NAME><ho:DESC>";
+        for (int i = 0; i < depth; ++i)
+            xml += "<ho:P>";
+        xml += "bottom";
+        for (int i = 0; i < depth; ++i)
+            xml += "</ho:P>";
+        return xml +
+               "</ho:DESC></ho:UNIT></ho:UNITS></ho:UNIT-SPEC></fx:PROCESSING-INFORMATION></"
+               "fx:FIBEX>";
+    };
     ScratchDir dir;
-    ASSERT_EQ(reader.LoadFile(dir.write("deep.xml", xml)), 0);
+    ASSERT_EQ(reader.LoadFile(dir.write("deep.xml", nested(990))), 0);
     EXPECT_EQ(entry(db.units, "U_DEEP").desc, "bottom");
+    EXPECT_EQ(reader.LoadFile(dir.write("deeper.xml", nested(100000))), 3);
 }
 
 TEST_F(FibexTest, GiganticIdAttribute) {
