@@ -64,6 +64,17 @@ constexpr int kCanFramesAvailable = 180;
 constexpr int kFlexRayFramesAvailable = 181;
 }  // namespace host
 
+// bad_input_test.cpp and soak_test.cpp bind 127.0.2.<n> (n in 1..9).
+namespace host2 {
+constexpr int kNullArguments = 1;
+constexpr int kBadOpens = 2;
+constexpr int kSlowSoak = 3;
+constexpr int kSlowFailedOpens = 4;
+}  // namespace host2
+inline std::string emulatorAddress2(int n) {
+    return "127.0.2." + std::to_string(n);
+}
+
 // ---- the device table --------------------------------------------------------------------------
 
 using TableSnapshot = std::array<std::pair<int, const void*>, kelo::kDeviceSlots>;
@@ -141,6 +152,7 @@ enum class Bus { FlexRay, Can };
 class ExportDevice {
   public:
     explicit ExportDevice(int hostNumber) : address_(emulatorAddress(hostNumber)), emu(address_) {}
+    explicit ExportDevice(std::string address) : address_(std::move(address)), emu(address_) {}
     ~ExportDevice() { close(); }
     ExportDevice(const ExportDevice&) = delete;
     ExportDevice& operator=(const ExportDevice&) = delete;
