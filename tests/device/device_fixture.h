@@ -26,10 +26,9 @@ namespace kelo_test {
 using namespace kelo_testing;
 
 // ---- emulator addresses ------------------------------------------------------------------------
-// Every test binds its own 127.0.0.<n> (n in 50..149 and 220..229). The fast and the slow suites run as two
-// processes at the same time, so a number is never shared between tests; the instances of one
-// parameterised test run one after the other and share their test's number.
-// Free: 108, 124.
+// Every test binds its own 127.0.0.<n> (n in 50..149 and 220..229). The fast and the slow suites
+// run as two processes at the same time, so a number is never shared between tests; the instances
+// of one parameterised test run one after the other and share their test's number. Free: 108, 124.
 namespace host {
 // open_test.cpp
 constexpr int kOpenWire = 50;
