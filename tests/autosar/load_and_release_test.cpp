@@ -178,7 +178,7 @@ TEST_F(AutosarTest, BinaryInputIsRefused) {
 // Nested packages and plain elements are read to the limit of 1,000 element levels (a package
 // level is two: AR-PACKAGE and AR-PACKAGES); deeper files are refused as malformed.
 TEST_F(AutosarTest, DeeplyNestedPackagesAndElements) {
-    auto packages = [this](int depth) {
+    auto packages = [](int depth) {
         std::string text = arxml("@");
         std::string inner;
         for (int i = 0; i < depth; ++i)
@@ -192,7 +192,7 @@ TEST_F(AutosarTest, DeeplyNestedPackagesAndElements) {
     EXPECT_EQ(keys(db.signals), (Names{"Deep"}));
     EXPECT_EQ(loadText(packages(20000)), 3);
 
-    auto elements = [this](int depth) {
+    auto elements = [](int depth) {
         std::string text = arxml("@");
         std::string nested;
         for (int i = 0; i < depth; ++i)
