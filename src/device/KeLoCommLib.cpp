@@ -140,8 +140,12 @@ bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_
     // A strict link arms the reply match of commands that have a reply.
     const int index = eventIndex(code);
     if (index < 0) return engine_->send(code, bytes, length, nullptr, kEngineTicks);
-    // A reply to an earlier call that is still on its way must not complete this one.
-    events_[index].reset();
+    // A reply to an earlier call that is still on its way must not complete this one. The reset
+    // waits for a reply being dispatched, so that its event cannot land after the reset.
+    {
+        std::lock_guard<std::mutex> g(strictLock_);
+        events_[index].reset();
+    }
     engine_->sendArmed(code, bytes, length, expected_[index]);
     return true;
 }
@@ -820,8 +824,13 @@ void KeLoCommLib::dispatch(const FrameMessage& m) {
     const int index = eventIndex(code);
     if (index < 0 || code == kUploadFlexRay || code == kUploadCan) return;
     if (n < kMinimumLength[code] || kMinimumLength[code] == 0) return;  // malformed: ignored
-    // A strict link takes only the reply its waiting caller sent the command for.
-    if (strict_ && expected_[index].load() != (0x10000u | m.sequence)) return;
+    // A strict link takes only the reply its waiting caller sent the command for, and checks and
+    // completes it in one step against the next call's reset.
+    std::unique_lock<std::mutex> strictGuard(strictLock_, std::defer_lock);
+    if (strict_) {
+        strictGuard.lock();
+        if (expected_[index].load() != (0x10000u | m.sequence)) return;
+    }
 
     {
         std::lock_guard<std::mutex> g(replyLock_);

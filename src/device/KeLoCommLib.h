@@ -175,6 +175,8 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     // Strict link: per completion event, 0x10000 | the sequence of the command that waits for its
     // reply, 0 when none does. Written under the send lock before the frame leaves.
     std::atomic<std::uint32_t> expected_[kelo::kEventCount];
+    // Strict link: a reply's match, its results and its event, against a caller's event reset.
+    std::mutex strictLock_;
     unsigned int softwareVersion_ = 0;
 
     // Results the reply dispatcher stores for the waiting caller (guarded by replyLock_).
