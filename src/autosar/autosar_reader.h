@@ -30,29 +30,14 @@ using ElementList = std::vector<Element>;
 // last one); the whole text when there are fewer separators or count is 0.
 std::string LastSegment(std::string_view text, char separator, unsigned count);
 
-// Path access with the "NAME[@ATTR='VALUE']" predicate. 0 found, 4 empty path, 5 not found.
+// The XML layer's finder and lister with the "NAME[@ATTR='VALUE']" selector. The reader's own
+// paths are plain names, which it reads through the XML layer's typed readers (plain names read
+// the same in either selector syntax).
+// xml::kOk, kEmptyPath or kNotFound.
 int GetElement(Element start, std::string_view path, Element& out);
 // Every element named like the last part below the element the other parts lead to.
-// 0 (an empty list too), 4 empty path, 5 an intermediate element missing.
+// xml::kOk (an empty list too), kEmptyPath, or kNotFound for a missing element before the last.
 int GetElements(Element start, std::string_view path, ElementList& out);
-
-// Typed readers of the text of the element at `path` below `parent`. The "default" forms
-// return the default when the element is missing; the out forms write only when it is found
-// and return whether it was. Text that is not a number converts to 0. The default of the
-// GetUIntValue and GetBoolValue forms is taken by const reference so that a variable picks the
-// out form and a value the default form.
-float GetFloatValue(Element parent, std::string_view path, float fallback);
-double GetDoubleValue(Element parent, std::string_view path, double fallback);  // float precision
-std::uint32_t GetUIntValue(Element parent, std::string_view path, const std::uint32_t& fallback);
-std::uint64_t GetHexValue(Element parent, std::string_view path, std::uint64_t fallback);
-bool GetUIntValue(Element parent, std::string_view path, std::uint32_t& out);
-bool GetUShortValue(Element parent, std::string_view path, std::uint16_t& out);
-bool GetBoolValue(Element parent, std::string_view path, const bool& fallback);
-bool GetBoolValue(Element parent, std::string_view path, bool& out);
-bool GetStringValue(Element parent, std::string_view path, std::string& out, bool trim);
-bool GetAttributeValue(Element parent, std::string_view path, const char* attribute,
-                       std::string& out, bool trim);
-bool GetBoolAttributeValue(Element parent, std::string_view path, const char* attribute, bool& out);
 
 class AutoSarReader {
   public:
@@ -66,8 +51,8 @@ class AutoSarReader {
     const char* GetFileName() const { return fileName.c_str(); }
     // Empties the database and loads the file; an empty name changes nothing.
     void ReadAUTOSARData(const std::string& fileName);
-    // 0; 2 cannot open (or a step's code); 3 malformed XML; 7 release not supported; or the
-    // second run's code of a failing step.
+    // xml::kOk; kMissing (cannot open, or a step's code); kMalformed; kUnsupported (release);
+    // or the second run's code of a failing step.
     int LoadFile(const std::string& fileName);
     // LoadFile's work on a document given as text (fileName is left as it is); for tests and
     // tools. Does not empty the database.

@@ -3,8 +3,9 @@
 // ReadFIBEXData clears the database, parses the file and runs the element steps in a fixed order
 // (units, codings, signals, PDUs, frames, channels, ECUs, clusters) so that every ID-REF meets a
 // record that is already there. The parsed document stays with the reader after loading. Each
-// step returns 0 or a reader code (2: a required item is missing, 3: an ECU without SHORT-NAME);
-// LoadFile runs a failing step a second time and returns that run's code. Every numbered report
+// step returns xml::kOk or a reader code (kMissing: a required item is missing, kMalformed: an
+// ECU without SHORT-NAME); LoadFile runs a failing step a second time and returns that run's
+// code. Every numbered report
 // goes through KELO_INFO / KELO_ERROR (silent unless the build switches diagnostics on).
 //
 // Besides the records, the load fills what the codec and the slot queries need: each signal's
@@ -34,7 +35,8 @@ class FibexReader {
     // Clears the database and reads the file; the outcome is `loaded` (also copied to the
     // database). An empty path changes nothing.
     void ReadFIBEXData(const std::string& path);
-    // 0, 2 (cannot open; or a step's code), 3 (malformed XML; or a step's code), 7 (version).
+    // xml::kOk, kMissing (cannot open; or a step's code), kMalformed (or a step's code),
+    // kUnsupported (version).
     int LoadFile(const std::string& path);
     // LoadFile's work on a document given as text (filePath is left as it is); for tests and
     // tools. Does not clear the database.

@@ -21,16 +21,6 @@ inline bool nameIs(Element e, std::string_view name) {
     return std::strlen(n) == name.size() && std::memcmp(n, name.data(), name.size()) == 0;
 }
 
-// Next node of a pre-order walk of `scope`'s subtree, or null after the last one.
-inline pugi::xml_node nextInSubtree(pugi::xml_node node, pugi::xml_node scope) {
-    if (pugi::xml_node child = node.first_child()) return child;
-    while (node && node != scope) {
-        if (pugi::xml_node sibling = node.next_sibling()) return sibling;
-        node = node.parent();
-    }
-    return pugi::xml_node();
-}
-
 // Splits at '/' (empty names are kept: "a//b" has an empty middle name, which finds nothing).
 std::vector<std::string_view> splitPath(std::string_view path) {
     std::vector<std::string_view> names;
@@ -49,10 +39,6 @@ std::string_view stripQuotes(std::string_view v) {
     if (v.size() >= 2 && (v.front() == '\'' || v.front() == '"') && v.back() == v.front())
         return v.substr(1, v.size() - 2);
     return v;
-}
-
-inline QString qtText(const std::string& text) {
-    return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
 }
 
 // ---- well-formedness that pugixml does not check ---------------------------------------------
@@ -229,20 +215,20 @@ bool parsedWellFormed(pugi::xml_document& doc) {
 int Document::loadFile(const QString& path) {
     doc_.reset();
     // Only a regular file: a FIFO or a device would block the open or never end.
-    if (path.isEmpty() || !QFileInfo(path).isFile()) return kCannotOpen;
+    if (path.isEmpty() || !QFileInfo(path).isFile()) return kMissing;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) return kCannotOpen;
+    if (!file.open(QIODevice::ReadOnly)) return kMissing;
     const qint64 size = file.size();
-    if (size < 0) return kCannotOpen;
+    if (size < 0) return kMissing;
     if (size > kMaxFileBytes) return kMalformed;
     // Read straight into a buffer the document then owns, so the file is held only once.
     void* buffer = pugi::get_memory_allocation_function()(static_cast<std::size_t>(size) + 1);
-    if (!buffer) return kCannotOpen;
+    if (!buffer) return kMissing;
     qint64 got = size == 0 ? 0 : file.read(static_cast<char*>(buffer), size);
     file.close();
     if (got != size) {
         pugi::get_memory_deallocation_function()(buffer);
-        return kCannotOpen;
+        return kMissing;
     }
     if (!referencesDeclared(buffer, static_cast<std::size_t>(size))) {
         pugi::get_memory_deallocation_function()(buffer);
@@ -316,8 +302,39 @@ Element firstDescendantWith(Element element, std::string_view name, std::string_
     return Element();
 }
 
+namespace {
+
+// A path of plain names, the usual kind, is walked without splitting it into a list: each name is
+// copied into a terminated buffer for pugixml's own child search. False when the path holds a
+// selector or a name too long for the buffer.
+bool findPlain(Element root, std::string_view path, Element& out, int& code) {
+    char name[256];
+    Element current = root;
+    for (std::size_t begin = 0;;) {
+        const std::size_t slash = path.find('/', begin);
+        const std::size_t length = (slash == std::string_view::npos ? path.size() : slash) - begin;
+        if (length >= sizeof name) return false;
+        path.copy(name, length, begin);
+        name[length] = '\0';
+        current = length == 0 ? Element() : child(current, name);
+        if (!current) {
+            code = kNotFound;
+            return true;
+        }
+        if (slash == std::string_view::npos) break;
+        begin = slash + 1;
+    }
+    out = current;
+    code = kOk;
+    return true;
+}
+
+}  // namespace
+
 int findElement(Element root, std::string_view path, Element& out, Syntax syntax) {
     if (path.empty()) return kEmptyPath;
+    int code = kOk;
+    if (path.find('[') == std::string_view::npos && findPlain(root, path, out, code)) return code;
     const std::vector<std::string_view> names = splitPath(path);
     Element current = root;
     for (std::size_t i = 0; i < names.size(); ++i) {
@@ -353,131 +370,80 @@ int listElements(Element root, std::string_view path, std::vector<Element>& out,
     return kOk;
 }
 
-// ---- text ----------------------------------------------------------------------------------
-
-std::string textContent(Element element) {
-    std::string text;
-    if (!element) return text;
-    if (element.type() == pugi::node_pcdata || element.type() == pugi::node_cdata)
-        return element.value();
-    // An element's value is the text that came first inside it (see kParseOptions), so adding it
-    // before the element's children keeps document order.
-    if (element.type() == pugi::node_element) text += element.value();
-    for (pugi::xml_node n = element.first_child(); n; n = nextInSubtree(n, element)) {
-        const pugi::xml_node_type type = n.type();
-        if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_element)
-            text += n.value();
-    }
-    return text;
-}
-
-std::string trimSpaces(std::string_view text) {
-    std::size_t begin = 0, end = text.size();
-    while (begin < end && text[begin] == ' ')
-        ++begin;
-    while (end > begin && text[end - 1] == ' ')
-        --end;
-    return std::string(text.substr(begin, end - begin));
-}
-
-// Qt reports a value out of range with ok = false but still returns infinity: such text is 0.
-float toFloat(const std::string& text) {
-    bool ok = false;
-    const float value = qtText(text).toFloat(&ok);
-    return ok ? value : 0.0f;
-}
-double toDouble(const std::string& text) {
-    bool ok = false;
-    const double value = qtText(text).toDouble(&ok);
-    return ok ? value : 0.0;
-}
-std::uint32_t toUnsigned(const std::string& text) {
-    return qtText(text).toUInt();
-}
-std::uint16_t toUnsigned16(const std::string& text) {
-    return qtText(text).toUShort();
-}
-std::uint64_t toHex64(const std::string& text) {
-    return qtText(text).toULongLong(nullptr, 16);
-}
-bool toBool(const std::string& text) {
-    return qtText(text).toLower() == QLatin1String("true");
-}
-
 // ---- typed readers -------------------------------------------------------------------------
 
 namespace {
-inline bool found(Element root, std::string_view path, Element& e) {
-    return findElement(root, path, e) == kOk;
+// The element at `path`, or null.
+inline Element elementAt(Element root, std::string_view path, Syntax syntax) {
+    Element e;
+    return findElement(root, path, e, syntax) == kOk ? e : Element();
 }
 }  // namespace
 
-float readFloat(Element root, std::string_view path, float fallback) {
-    Element e;
-    return found(root, path, e) ? toFloat(textContent(e)) : fallback;
+float readFloat(Element root, std::string_view path, float fallback, Syntax syntax) {
+    return readFloat(elementAt(root, path, syntax), fallback);
 }
 
-double readDouble(Element root, std::string_view path, double fallback) {
-    Element e;
-    return found(root, path, e) ? static_cast<double>(toFloat(textContent(e))) : fallback;
+double readDouble(Element root, std::string_view path, double fallback, Syntax syntax) {
+    return readDouble(elementAt(root, path, syntax), fallback);
 }
 
-std::uint32_t readUnsigned(Element root, std::string_view path, std::uint32_t fallback) {
-    Element e;
-    return found(root, path, e) ? toUnsigned(textContent(e)) : fallback;
+std::uint32_t readUnsigned(Element root, std::string_view path, std::uint32_t fallback,
+                           Syntax syntax) {
+    return readUnsigned(elementAt(root, path, syntax), fallback);
 }
 
-std::uint64_t readHex64(Element root, std::string_view path, std::uint64_t fallback) {
-    Element e;
-    return found(root, path, e) ? toHex64(textContent(e)) : fallback;
+std::uint64_t readHex64(Element root, std::string_view path, std::uint64_t fallback,
+                        Syntax syntax) {
+    return readHex64(elementAt(root, path, syntax), fallback);
 }
 
-bool readBool(Element root, std::string_view path, bool fallback) {
-    Element e;
-    return found(root, path, e) ? toBool(textContent(e)) : fallback;
+bool readBool(Element root, std::string_view path, bool fallback, Syntax syntax) {
+    return readBool(elementAt(root, path, syntax), fallback);
 }
 
-bool readUnsignedInto(Element root, std::string_view path, std::uint32_t& field) {
-    Element e;
-    if (!found(root, path, e)) return false;
-    field = toUnsigned(textContent(e));
+bool readUnsignedInto(Element root, std::string_view path, std::uint32_t& field, Syntax syntax) {
+    return readUnsignedInto(elementAt(root, path, syntax), field);
+}
+
+bool readUnsigned16Into(Element root, std::string_view path, std::uint16_t& field, Syntax syntax) {
+    return readUnsigned16Into(elementAt(root, path, syntax), field);
+}
+
+bool readBoolInto(Element root, std::string_view path, bool& field, Syntax syntax) {
+    const Element e = elementAt(root, path, syntax);
+    if (!e) return false;
+    field = readBool(e, false);
     return true;
 }
 
-bool readUnsigned16Into(Element root, std::string_view path, std::uint16_t& field) {
-    Element e;
-    if (!found(root, path, e)) return false;
-    field = toUnsigned16(textContent(e));
+bool readTextInto(Element root, std::string_view path, std::string& field, bool trim,
+                  Syntax syntax) {
+    const Element e = elementAt(root, path, syntax);
+    if (!e || trim) return readText(e, field);
+    field = textContent(e);
     return true;
 }
 
-bool readBoolInto(Element root, std::string_view path, bool& field) {
-    Element e;
-    if (!found(root, path, e)) return false;
-    field = toBool(textContent(e));
-    return true;
-}
-
-bool readTextInto(Element root, std::string_view path, std::string& field, bool trim) {
-    Element e;
-    if (!found(root, path, e)) return false;
-    field = trim ? trimSpaces(textContent(e)) : textContent(e);
-    return true;
+std::string textAt(Element root, std::string_view path, Syntax syntax) {
+    std::string text;
+    readText(elementAt(root, path, syntax), text);
+    return text;
 }
 
 bool readAttributeInto(Element root, std::string_view path, const char* attribute,
-                       std::string& field, bool trim) {
-    Element e;
-    if (!found(root, path, e)) return false;
-    const char* value = e.attribute(attribute).value();
-    field = trim ? trimSpaces(value) : std::string(value);
+                       std::string& field, bool trim, Syntax syntax) {
+    const Element e = elementAt(root, path, syntax);
+    if (!e) return false;
+    const std::string_view value = e.attribute(attribute).value();
+    field.assign(trim ? trimmed(value) : value);
     return true;
 }
 
-bool readBoolAttributeInto(Element root, std::string_view path, const char* attribute,
-                           bool& field) {
-    Element e;
-    if (!found(root, path, e)) return false;
+bool readBoolAttributeInto(Element root, std::string_view path, const char* attribute, bool& field,
+                           Syntax syntax) {
+    const Element e = elementAt(root, path, syntax);
+    if (!e) return false;
     field = toBool(e.attribute(attribute).value());
     return true;
 }

@@ -1,5 +1,6 @@
 // XML access shared by the database readers: the parsed document, the element finder and lister
-// with their two selector syntaxes, the typed readers, and text content.
+// with their two selector syntaxes, and typed readers of the element at a path. The walks and
+// conversions under them are in element_access.h.
 //
 // Names are matched with their namespace prefixes exactly as written ("fx:SIGNAL"); nothing is
 // resolved. No walk recurses, so the nesting depth of a file costs no stack.
@@ -7,39 +8,24 @@
 
 #include <QString>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <pugixml.hpp>
 
+#include "xml/element_access.h"
+#include "xml/reader_status.h"
+
 namespace kelo {
 namespace xml {
-
-using Element = pugi::xml_node;
-
-// Result codes shared with the readers.
-enum Code : int {
-    kOk = 0,
-    kCannotOpen = 2,
-    kMalformed = 3,
-    kEmptyPath = 4,
-    kNotFound = 5,
-};
-
-// Resource limits of a database file: a larger file, or one whose elements nest deeper, is
-// refused as malformed before it can exhaust memory or a recursive walk's stack. Real FIBEX and
-// AUTOSAR files stay far below both (tens of megabytes, a few dozen levels).
-inline constexpr long long kMaxFileBytes = 512ll * 1024 * 1024;
-inline constexpr unsigned kMaxElementDepth = 1000;
 
 // The parsed file. Encodings follow the file: byte-order marks, UTF-8, UTF-16 and a declared
 // ISO-8859-1 are converted to UTF-8.
 class Document {
   public:
-    // 0, kCannotOpen (missing, not a regular file, unreadable) or kMalformed (also beyond the
-    // resource limits).
+    // kOk, kMissing (missing, not a regular file, unreadable) or kMalformed (also beyond the
+    // file limits).
     int loadFile(const QString& path);
     int loadText(std::string_view text);  // for tests and tools
     Element root() const { return doc_.document_element(); }
@@ -78,38 +64,29 @@ Element firstDescendantWith(Element element, std::string_view name, std::string_
 // The first child element with this name, or a null element.
 Element firstChild(Element element, std::string_view name);
 
-// Concatenated text of the element and all its descendants, CDATA included.
-std::string textContent(Element element);
-// Leading and trailing space characters removed (only ' ', not tabs or line ends).
-std::string trimSpaces(std::string_view text);
-
-// Number conversions with Qt's rules: no error reporting; text that is not a number of the
-// required form, or does not fit the width, is 0; surrounding white space is ignored.
-float toFloat(const std::string& text);
-std::uint32_t toUnsigned(const std::string& text);
-std::uint16_t toUnsigned16(const std::string& text);
-std::uint64_t toHex64(const std::string& text);
-double toDouble(const std::string& text);
-bool toBool(const std::string& text);  // lower-cased text equals "true"
-
-inline constexpr float kFloatMax = std::numeric_limits<float>::max();
-
-// Typed readers. Each finds the element at `path` below `root` (FIBEX syntax unless given); the
-// "with default" forms return the default when it is missing, the "into" forms leave the field
-// untouched and return false.
-float readFloat(Element root, std::string_view path, float fallback);
-// Read as a 32-bit float and widened: a value written as 0.1 keeps single precision.
-double readDouble(Element root, std::string_view path, double fallback);
-std::uint32_t readUnsigned(Element root, std::string_view path, std::uint32_t fallback);
-std::uint64_t readHex64(Element root, std::string_view path, std::uint64_t fallback);
-bool readBool(Element root, std::string_view path, bool fallback);
-bool readUnsignedInto(Element root, std::string_view path, std::uint32_t& field);
-bool readUnsigned16Into(Element root, std::string_view path, std::uint16_t& field);
-bool readBoolInto(Element root, std::string_view path, bool& field);
-bool readTextInto(Element root, std::string_view path, std::string& field, bool trim);
+// Typed readers of the element at `path` below `root`, read like the element forms in
+// element_access.h: the fallback, or an untouched field and false, when there is none.
+float readFloat(Element root, std::string_view path, float fallback, Syntax syntax = Syntax::Fibex);
+double readDouble(Element root, std::string_view path, double fallback,
+                  Syntax syntax = Syntax::Fibex);
+std::uint32_t readUnsigned(Element root, std::string_view path, std::uint32_t fallback,
+                           Syntax syntax = Syntax::Fibex);
+std::uint64_t readHex64(Element root, std::string_view path, std::uint64_t fallback,
+                        Syntax syntax = Syntax::Fibex);
+bool readBool(Element root, std::string_view path, bool fallback, Syntax syntax = Syntax::Fibex);
+bool readUnsignedInto(Element root, std::string_view path, std::uint32_t& field,
+                      Syntax syntax = Syntax::Fibex);
+bool readUnsigned16Into(Element root, std::string_view path, std::uint16_t& field,
+                        Syntax syntax = Syntax::Fibex);
+bool readBoolInto(Element root, std::string_view path, bool& field, Syntax syntax = Syntax::Fibex);
+bool readTextInto(Element root, std::string_view path, std::string& field, bool trim,
+                  Syntax syntax = Syntax::Fibex);
+// The trimmed text at `path`; empty when there is no element.
+std::string textAt(Element root, std::string_view path, Syntax syntax = Syntax::Fibex);
 bool readAttributeInto(Element root, std::string_view path, const char* attribute,
-                       std::string& field, bool trim);
-bool readBoolAttributeInto(Element root, std::string_view path, const char* attribute, bool& field);
+                       std::string& field, bool trim, Syntax syntax = Syntax::Fibex);
+bool readBoolAttributeInto(Element root, std::string_view path, const char* attribute, bool& field,
+                           Syntax syntax = Syntax::Fibex);
 
 }  // namespace xml
 }  // namespace kelo
