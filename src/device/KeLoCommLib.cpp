@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "device/byte_order.h"
+#include "device/device_status.h"
 #include "device/threads.h"
 
 using namespace kelo;
@@ -15,56 +17,6 @@ std::atomic<std::uint8_t> g_keloConnectionMade{0};
 namespace {
 
 constexpr std::uint16_t kEngineTicks = 20;
-
-inline void putLe32(std::uint8_t* p, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i)
-        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-inline std::uint16_t le16(const std::uint8_t* p) {
-    return static_cast<std::uint16_t>(p[0] | (p[1] << 8));
-}
-inline std::uint32_t le32(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-inline std::uint64_t le64(const std::uint8_t* p) {
-    return static_cast<std::uint64_t>(le32(p)) | (static_cast<std::uint64_t>(le32(p + 4)) << 32);
-}
-
-// Shortest payload of each reply code that carries everything the dispatcher reads from it;
-// a shorter reply is ignored as malformed. 0 = not a reply the dispatcher knows.
-constexpr std::array<std::uint8_t, 256> makeMinimumLengths() {
-    std::array<std::uint8_t, 256> m{};
-    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120})
-        m[c] = 2;
-    m[102] = 6;
-    m[105] = m[111] = 3;
-    m[121] = 15;
-    for (int c : {130, 132, 137, 139, 142, 143, 149, 153, 193, 194, 195, 197, 210, 211})
-        m[c] = 1;
-    m[145] = 8;
-    m[150] = 7;
-    m[116] = 13;
-    m[192] = 5;
-    m[198] = kDeviceInfoSize;
-    return m;
-}
-constexpr std::array<std::uint8_t, 256> kMinimumLength = makeMinimumLengths();
-
-// Position of the status byte inside each plain reply.
-constexpr std::array<std::uint8_t, 256> makeStatusPositions() {
-    std::array<std::uint8_t, 256> m{};
-    for (int c : {96, 98, 100, 107, 108, 110, 112, 113, 114, 120})
-        m[c] = 1;
-    m[102] = 5;
-    m[105] = m[111] = 2;
-    m[121] = 14;
-    m[116] = 12;
-    m[192] = 4;
-    m[198] = 71;
-    return m;  // every other reply: byte 0
-}
-constexpr std::array<std::uint8_t, 256> kStatusPosition = makeStatusPositions();
 
 // Four decimal numbers 0-255 separated by dots, nothing else: what a strict link accepts as a
 // device address (inet_addr also takes "10.1", hexadecimal and octal forms, and turns anything
@@ -129,10 +81,6 @@ CommunicationLib* GetKeLoComm() {
 
 // ---- command primitives ----------------------------------------------------------------------
 
-void KeLoCommLib::sendDatagram(const std::uint8_t* data, std::size_t length) {
-    socket_.sendTo(addressValue_, port_, data, length);  // errors show up as a time-out
-}
-
 bool KeLoCommLib::sendFrame(std::uint8_t code, const void* payload, std::uint16_t length) {
     if (!engine_ || !addressUsable_) return false;
     const auto* bytes = static_cast<const std::uint8_t*>(payload);
@@ -156,8 +104,8 @@ constexpr unsigned kReplySpinMicros = 50;
 unsigned char KeLoCommLib::waitReply(std::uint8_t code, unsigned int waitMs) {
     const bool signalled = !closing_.load() && eventFor(code).wait(waitMs, kReplySpinMicros);
     disarmReply(code);
-    if (closing_.load()) return 4;
-    return signalled ? 0 : 2;
+    if (closing_.load()) return kDeviceLinkClosed;
+    return signalled ? kDeviceOk : kDeviceNoReply;
 }
 
 void KeLoCommLib::disarmReply(std::uint8_t code) {
@@ -169,9 +117,9 @@ unsigned char KeLoCommLib::command(std::uint8_t code, const void* payload, std::
                                    unsigned int waitMs, bool preset) {
     CallScope scope(*this);
     if (preset) presetStatus(code);
-    if (!sendFrame(code, payload, length)) return 3;
+    if (!sendFrame(code, payload, length)) return kDeviceNotSent;
     if (const unsigned char waited = waitReply(code, waitMs)) return waited;
-    return status(code) != 0 ? 1 : 0;
+    return status(code) != 0 ? kDeviceRefused : kDeviceOk;
 }
 
 unsigned char KeLoCommLib::commandByte(std::uint8_t code, unsigned char value) {
@@ -182,51 +130,49 @@ unsigned char KeLoCommLib::commandByte(std::uint8_t code, unsigned char value) {
 
 unsigned char KeLoCommLib::OpenDevice(const char* address) {
     // Re-opening an object whose link is up would leak its threads and socket: stop it first.
-    if (engine_ || socket_.isOpen()) stopLink();
+    if (engine_ || link_.socket.isOpen()) stopLink();
 
     // 1. Address, as text and as an 8-bit copy.
     const char* text = address ? address : "";
     address_ = QString::fromLatin1(text);
     std::strncpy(address8_, text, sizeof address8_ - 1);
     address8_[sizeof address8_ - 1] = '\0';
-    addressValue_ = parseIPv4(address8_);
+    link_.address = parseIPv4(address8_);
     // No address at all is never sent to; a strict link wants a dotted one.
     addressUsable_ = address != nullptr && (!strict_ || isDottedQuad(address));
     uploadActive_.store(0);
     closing_.store(0);
 
-    // 2. Protocol engine in the host role.
-    if (!engine_) engine_.reset(new FrameEngine(1, this, this, sendLock_));
+    // 2. Protocol engine in the host role; the reply dispatcher sees every frame it parses.
+    createEngine();
 
     // 3-5. Socket.
-    if (!netStartup()) return 3;
-    if (!socket_.open()) return 3;
-    socket_.setReceiveBuffer(0x400000);
-    if (!socket_.setReceiveTimeout(1000) || !socket_.setBlocking(true)) {
-        socket_.close();
-        return 3;
+    UdpSocket& socket = link_.socket;
+    if (!netStartup()) return kDeviceNotSent;
+    if (!socket.open()) return kDeviceNotSent;
+    socket.setReceiveBuffer(0x400000);
+    if (!socket.setReceiveTimeout(1000) || !socket.setBlocking(true)) {
+        socket.close();
+        return kDeviceNotSent;
     }
 
     // 6. Receive and tick threads.
     linkOpen_.store(1);
-    rxThread_ = new threadUDPproc(this);
+    rxThread_ = new threadUDPproc(socket, *engine_);
     rxThread_->running.store(1);
     rxThread_->start(QThread::TimeCriticalPriority);
-    tickThread_ = new threadTFtickproc(this);
+    tickThread_ = new threadTFtickproc(*engine_);
     tickThread_->running.store(1);
     tickThread_->start(QThread::TimeCriticalPriority);
 
-    // 7. The reply dispatcher sees every frame.
-    engine_->addGeneralHandler(&KeLoCommLib::replyDispatcher);
-
-    // 8. Device information, up to five tries.
+    // 7-8. Device information, up to five tries.
     unsigned char info[kDeviceInfoSize] = {};
-    unsigned char result = 0;
+    unsigned char result = kDeviceOk;
     for (int attempt = 0; attempt < 5; ++attempt) {
         result = GetDeviceInfo(info);
-        if (result == 0) break;
+        if (result == kDeviceOk) break;
     }
-    if (result != 0) {
+    if (result != kDeviceOk) {
         rxThread_->running.store(0);
         rxThread_->quit();
         tickThread_->quit();
@@ -240,21 +186,22 @@ unsigned char KeLoCommLib::OpenDevice(const char* address) {
     std::uint8_t connect[4];
     putLe32(connect, 0x02000006u);
     result = command(kCmdConnect, connect, sizeof connect, kWait);
-    if (result != 0) return result;
+    if (result != kDeviceOk) return result;
     g_keloConnectionMade.store(1);
 
     // 11. Keep-alive.
-    keepAliveThread_ = new threadKeepAliveproc(this);
+    keepAliveThread_ = new threadKeepAliveproc(*engine_);
     keepAliveThread_->running.store(1);
     keepAliveThread_->start(QThread::NormalPriority);
-    return 0;
+    return kDeviceOk;
+}
+
+void KeLoCommLib::createEngine() {
+    if (!engine_) engine_.reset(new FrameEngine(1, &link_, sendLock_, this));
 }
 
 void KeLoCommLib::attachReceivePath(bool uploadsActive) {
-    if (!engine_) {
-        engine_.reset(new FrameEngine(1, this, this, sendLock_));
-        engine_->addGeneralHandler(&KeLoCommLib::replyDispatcher);
-    }
+    createEngine();
     uploadActive_.store(uploadsActive ? 1 : 0);
 }
 
@@ -264,16 +211,12 @@ void KeLoCommLib::receiveBytes(const std::uint8_t* data, std::size_t length) {
 
 unsigned char KeLoCommLib::get_software_version(unsigned int* version) {
     if (version) *version = softwareVersion_;
-    return 0;
+    return kDeviceOk;
 }
 
 unsigned char KeLoCommLib::Fr_Open(const char* address) {
     unsigned char result = OpenDevice(address);
-    if (result == 0 && !frQueueReserved_) {
-        LockGuard g(frQueueLock_);
-        frQueue_.reserve(kFrQueueCap);
-        frQueueReserved_ = true;
-    }
+    if (result == kDeviceOk) queues_.reserveFlexRay();
     return result;
 }
 
@@ -292,7 +235,7 @@ void KeLoCommLib::stopThreadsAndSocket() {
     if (keepAliveThread_) keepAliveThread_->running.store(0);
     if (tickThread_) tickThread_->wakeUp.set();
     if (keepAliveThread_) keepAliveThread_->wakeUp.set();
-    socket_.interrupt();  // the receive thread returns from its wait at once
+    link_.socket.interrupt();  // the receive thread returns from its wait at once
     auto finish = [](auto*& thread) {
         if (!thread) return;
         if (thread->isRunning()) {
@@ -306,7 +249,7 @@ void KeLoCommLib::stopThreadsAndSocket() {
     finish(tickThread_);
     finish(keepAliveThread_);
     finish(rxThread_);
-    socket_.close();
+    link_.socket.close();
 }
 
 unsigned char KeLoCommLib::Fr_Close() {
@@ -315,16 +258,14 @@ unsigned char KeLoCommLib::Fr_Close() {
     eventFor(kUploadFlexRay).set();  // a waiting Fr_Receive returns 4
     wakeWaiters();                   // and so does every other waiting call
     stopLink();
-    LockGuard g(frQueueLock_);
-    frQueue_.clear();
-    frCount_.store(0);
+    queues_.clearFlexRay();
     return result;
 }
 
 unsigned char KeLoCommLib::CAN_Open(const char* address, unsigned char channel) {
     canChannel_ = channel;
     unsigned char result = OpenDevice(address);
-    if (result == 0) canOpened_.store(1);
+    if (result == kDeviceOk) canOpened_.store(1);
     return result;
 }
 
@@ -333,25 +274,25 @@ unsigned char KeLoCommLib::CAN_Close() {
     eventFor(kUploadCan).set();  // a waiting CAN_Receive returns 4
     wakeWaiters();               // and so does every other waiting call
     stopLink();
-    return 0;
+    return kDeviceOk;
 }
 
 // ---- FlexRay configuration -------------------------------------------------------------------
 
 unsigned char KeLoCommLib::Fr_Set_Cluster_Parameter(unsigned char* cluster) {
-    if (!cluster) return 5;
+    if (!cluster) return kDeviceBadArgument;
     SetControllerMode(1, cluster[0], 0xA0000000u);
     return command(kCmdSetClusterParameter, cluster, 40, kWait);
 }
 
 unsigned char KeLoCommLib::Fr_Set_Node_Parameter(const char* node) {
-    if (!node) return 5;
+    if (!node) return kDeviceBadArgument;
     return command(kCmdSetNodeParameter, node, 52, kWait);
 }
 
 // The communication-controller record is the controller byte followed by five bytes.
 unsigned char KeLoCommLib::Fr_Set_CC_Parameter(const char* cc) {
-    if (!cc) return 5;
+    if (!cc) return kDeviceBadArgument;
     return command(kCmdSetCcParameter, cc, 6, kWait);
 }
 
@@ -365,16 +306,16 @@ unsigned char KeLoCommLib::SetTimeOffset(long long seconds) {
 }
 
 unsigned char KeLoCommLib::Fr_SetFrPhyNodeKeySlot(const char* keyslot) {
-    if (!keyslot) return 5;
+    if (!keyslot) return kDeviceBadArgument;
     return command(kCmdSetKeySlot, keyslot, 9, kWait);
 }
 
 // The device answers with the buffer index it assigned; it is written into the record's second
 // byte (the first byte of the caller's slot block).
 unsigned char KeLoCommLib::Fr_Set_Slot_Parameter(unsigned char* slot) {
-    if (!slot) return 5;
+    if (!slot) return kDeviceBadArgument;
     unsigned char result = command(kCmdSetSlotParameter, slot, 14, kWait);
-    if (result == 0) {
+    if (result == kDeviceOk) {
         std::lock_guard<std::mutex> g(replyLock_);
         slot[1] = slotResult_;
     }
@@ -382,10 +323,10 @@ unsigned char KeLoCommLib::Fr_Set_Slot_Parameter(unsigned char* slot) {
 }
 
 unsigned char KeLoCommLib::Fr_Set_Fifo_Parameter(unsigned char* fifo) {
-    if (!fifo) return 5;
+    if (!fifo) return kDeviceBadArgument;
     fifo[2] = 0;
     unsigned char result = command(kCmdSetFifoParameter, fifo, kFifoRecordSize, kWait);
-    if (result != 0) return result;
+    if (result != kDeviceOk) return result;
     fifo[2] = 1;
     return command(kCmdSetFifoParameter, fifo, kFifoRecordSize, kWait);
 }
@@ -417,7 +358,7 @@ unsigned char KeLoCommLib::Fr_GetFrNodeState(unsigned char controller, unsigned 
                                              unsigned char* sub) {
     LockGuard g(nodeStateLock_);
     unsigned char result = commandByte(kCmdGetNodeState, controller);
-    if (result == 0) {
+    if (result == kDeviceOk) {
         std::lock_guard<std::mutex> r(replyLock_);
         if (state) *state = nodeState_;
         if (sub) *sub = nodeSubState_;
@@ -428,7 +369,7 @@ unsigned char KeLoCommLib::Fr_GetFrNodeState(unsigned char controller, unsigned 
 unsigned char KeLoCommLib::Fr_GetFrPSRState(unsigned char controller, unsigned char* psr) {
     unsigned char state = 0, sub = 0;
     unsigned char result = Fr_GetFrNodeState(controller, &state, &sub);
-    if (result == 0 && psr) {
+    if (result == kDeviceOk && psr) {
         std::lock_guard<std::mutex> r(replyLock_);
         std::memcpy(psr, nodeReply_ + 2, 8);
     }
@@ -438,7 +379,7 @@ unsigned char KeLoCommLib::Fr_GetFrPSRState(unsigned char controller, unsigned c
 unsigned char KeLoCommLib::Fr_GetFrNWVector(unsigned char controller, unsigned char* vector,
                                             unsigned char* length) {
     unsigned char result = commandByte(kCmdGetNmVector, controller);
-    if (result == 0) {
+    if (result == kDeviceOk) {
         std::lock_guard<std::mutex> r(replyLock_);
         if (vector) std::memcpy(vector, nmVector_, nmLength_);
         if (length) *length = nmLength_;
@@ -449,41 +390,30 @@ unsigned char KeLoCommLib::Fr_GetFrNWVector(unsigned char controller, unsigned c
 // ---- FlexRay traffic -------------------------------------------------------------------------
 
 unsigned int KeLoCommLib::Fr_framesAvailable() {
-    return static_cast<unsigned int>(frCount_.load());
+    return static_cast<unsigned int>(queues_.flexRayCount());
 }
 
 unsigned char KeLoCommLib::Fr_ClearRcvBuffer(unsigned char) {
-    LockGuard g(frQueueLock_);
-    frQueue_.clear();
-    frCount_.store(0);
-    return 0;
+    queues_.clearFlexRay();
+    return kDeviceOk;
 }
 
 unsigned char KeLoCommLib::Fr_Receive(unsigned char* record, unsigned int timeoutMs) {
-    if (!record) return 5;
+    if (!record) return kDeviceBadArgument;
     CallScope scope(*this);
-    while (frCount_.load() == 0) {
-        if (!linkOpen_.load() || closing_.load()) return 4;
-        if (!eventFor(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return 2;
-        if (frCount_.load() != 0) break;
-        if (!linkOpen_.load() || closing_.load()) return 4;
+    while (queues_.flexRayCount() == 0) {
+        if (!linkOpen_.load() || closing_.load()) return kDeviceLinkClosed;
+        if (!eventFor(kUploadFlexRay).wait(timeoutMs, kReplySpinMicros)) return kDeviceNoReply;
+        if (queues_.flexRayCount() != 0) break;
+        if (!linkOpen_.load() || closing_.load()) return kDeviceLinkClosed;
     }
-    {
-        LockGuard g(frQueueLock_);
-        if (!frQueue_.popFront(record)) return 2;  // emptied by a concurrent clear
-        frCount_.store(frQueue_.size());
-    }
-    // Channel flags from the status word: bit 1 = its bit 15, bit 0 = its bit 7.
-    std::uint16_t statusWord = le16(record + 24);
-    record[18] =
-        static_cast<unsigned char>(((statusWord >> 15) & 1u) << 1 | ((statusWord >> 7) & 1u));
-    return 0;
+    return queues_.popFlexRay(record) ? kDeviceOk : kDeviceNoReply;
 }
 
 unsigned char KeLoCommLib::Fr_Transmit(unsigned char controller, unsigned char slot,
                                        unsigned char* data, unsigned char words) {
-    if (!busActive_.load()) return 18;
-    if (!data && words) return 5;
+    if (!busActive_.load()) return kDeviceBusInactive;
+    if (!data && words) return kDeviceBadArgument;
     LockGuard g(frTransmitLock_);
     std::uint8_t payload[4 + 2 * 255];
     payload[0] = controller;
@@ -497,20 +427,20 @@ unsigned char KeLoCommLib::Fr_Transmit(unsigned char controller, unsigned char s
 unsigned char KeLoCommLib::Fr_FillData_beforeTransmit_MultiFrame(unsigned char index,
                                                                  unsigned char slot, void* data,
                                                                  unsigned char length) {
-    if (index >= 128) return 5;
-    if (!data && length) return 5;
+    if (index >= 128) return kDeviceBadArgument;
+    if (!data && length) return kDeviceBadArgument;
     StagedFrame& e = staging_[index];
     std::size_t bytes = std::min<std::size_t>(length, sizeof e.data);
     e.slot = slot;
     e.words = static_cast<std::uint8_t>(length / 2);
     if (bytes) std::memcpy(e.data, data, bytes);
     e.filled = 1;
-    return 0;
+    return kDeviceOk;
 }
 
 unsigned char KeLoCommLib::Fr_Transmit_MultiFrame(unsigned char controller, unsigned char count,
                                                   unsigned char* result, unsigned char wait) {
-    if (wait == 0 && !busActive_.load()) return 18;
+    if (wait == 0 && !busActive_.load()) return kDeviceBusInactive;
     std::uint8_t payload[kMultiHeaderSize + 128 * (40 + 254)] = {};
     std::size_t length = kMultiHeaderSize;
     putLe32(payload + 16, count);
@@ -520,7 +450,7 @@ unsigned char KeLoCommLib::Fr_Transmit_MultiFrame(unsigned char controller, unsi
     }
     for (unsigned i = 0; i < count; ++i) {
         // Only 128 staging entries exist; an entry past them is never filled.
-        if (i >= 128 || !staging_[i].filled) return 19;
+        if (i >= 128 || !staging_[i].filled) return kDeviceStageEmpty;
         StagedFrame& e = staging_[i];
         std::uint8_t* head = payload + length;
         head[20] = 1;
@@ -532,23 +462,25 @@ unsigned char KeLoCommLib::Fr_Transmit_MultiFrame(unsigned char controller, unsi
         length += 40 + bytes;
         e.filled = 0;
     }
-    if (length >= 1300) return 15;
+    if (length >= 1300) return kDeviceBatchTooLong;
     CallScope scope(*this);
     presetStatus(kCmdMultiTransmit);
-    if (!sendFrame(kCmdMultiTransmit, payload, static_cast<std::uint16_t>(length))) return 3;
-    if (wait == 0) return 0;
+    if (!sendFrame(kCmdMultiTransmit, payload, static_cast<std::uint16_t>(length)))
+        return kDeviceNotSent;
+    if (wait == 0) return kDeviceOk;
     if (const unsigned char waited = waitReply(kCmdMultiTransmit, kWait)) return waited;
     {
         std::lock_guard<std::mutex> g(replyLock_);
         if (result) *result = static_cast<unsigned char>(transmitResult_);
     }
-    return status(kCmdMultiTransmit) != 0 ? 1 : 0;
+    return status(kCmdMultiTransmit) != 0 ? kDeviceRefused : kDeviceOk;
 }
 
 unsigned char KeLoCommLib::Fr_ReplaySend(unsigned char controller, unsigned char channel,
                                          const char* data, unsigned short length) {
-    if (!data && length) return 5;
-    if (length > FrameEngine::kMaxPayload - 2) return 5;  // longer than any frame the device takes
+    if (!data && length) return kDeviceBadArgument;
+    if (length > FrameEngine::kMaxPayload - 2)
+        return kDeviceBadArgument;  // longer than any frame the device takes
     std::uint8_t payload[FrameEngine::kMaxPayload];
     payload[0] = controller;
     payload[1] = channel;
@@ -560,7 +492,7 @@ unsigned char KeLoCommLib::Fr_ReplaySend(unsigned char controller, unsigned char
 
 unsigned char KeLoCommLib::GetDeviceInfo(unsigned char* info) {
     unsigned char result = command(kCmdGetDeviceInfo, nullptr, 0, 5000);
-    if (result == 0 && info) {
+    if (result == kDeviceOk && info) {
         std::lock_guard<std::mutex> g(replyLock_);
         std::memcpy(info, deviceInfo_, kDeviceInfoSize);
     }
@@ -568,10 +500,10 @@ unsigned char KeLoCommLib::GetDeviceInfo(unsigned char* info) {
 }
 
 unsigned char KeLoCommLib::SetDeviceInfo(unsigned char* info) {
-    if (!info) return 5;
+    if (!info) return kDeviceBadArgument;
     std::lock_guard<std::mutex> g(replyLock_);
     std::memcpy(deviceInfo_, info, kDeviceInfoSize);
-    return 0;
+    return kDeviceOk;
 }
 
 unsigned char KeLoCommLib::SetDeviceOption(unsigned char value) {
@@ -588,7 +520,7 @@ unsigned char KeLoCommLib::SetDeviceText(const char* text) {
 unsigned char KeLoCommLib::FrSetDevIp(const char* address) {
     // No text is no address: the device would be given 0.0.0.0. A strict link sends only a
     // dotted address.
-    if (!address || (strict_ && !isDottedQuad(address))) return 5;
+    if (!address || (strict_ && !isDottedQuad(address))) return kDeviceBadArgument;
     std::uint8_t payload[4];
     putLe32(payload, QHostAddress(QString::fromLatin1(address)).toIPv4Address());
     return command(kCmdSetDeviceIp, payload, sizeof payload, kWait);
@@ -596,14 +528,14 @@ unsigned char KeLoCommLib::FrSetDevIp(const char* address) {
 
 unsigned char KeLoCommLib::ResetCPU() {
     presetStatus(kCmdResetCpu);
-    return sendFrame(kCmdResetCpu, nullptr, 0) ? 0 : 3;
+    return sendFrame(kCmdResetCpu, nullptr, 0) ? kDeviceOk : kDeviceNotSent;
 }
 
 // ---- CAN parameters and shared controller operations -----------------------------------------
 
 unsigned char KeLoCommLib::CAN_SetBusParameter(unsigned char kind, unsigned char channel,
                                                unsigned char* block) {
-    if (!block) return 5;
+    if (!block) return kDeviceBadArgument;
     std::uint8_t payload[52] = {kind, channel, 0, 0};
     std::memcpy(payload + 4, block, 48);
     return command(kCmdCanSetBusParameter, payload, sizeof payload, kWait);
@@ -611,7 +543,7 @@ unsigned char KeLoCommLib::CAN_SetBusParameter(unsigned char kind, unsigned char
 
 unsigned char KeLoCommLib::CAN_SetFilterParameter(unsigned char kind, unsigned char channel,
                                                   unsigned char* block) {
-    if (!block) return 5;
+    if (!block) return kDeviceBadArgument;
     std::uint8_t payload[36] = {kind, channel, 0, 0};
     std::memcpy(payload + 4, block, 32);
     return command(kCmdCanSetFilterParameter, payload, sizeof payload, kWait);
@@ -619,7 +551,7 @@ unsigned char KeLoCommLib::CAN_SetFilterParameter(unsigned char kind, unsigned c
 
 unsigned char KeLoCommLib::CAN_SetOptionParameter(unsigned char kind, unsigned char channel,
                                                   unsigned char* block) {
-    if (!block) return 5;
+    if (!block) return kDeviceBadArgument;
     std::uint8_t payload[46] = {kind, channel};
     std::memcpy(payload + 2, block, 44);
     return command(kCmdCanSetOptionParameter, payload, sizeof payload, kWait);
@@ -643,7 +575,7 @@ unsigned char KeLoCommLib::Fr_ReadRegister(unsigned char kind, unsigned char con
                                            unsigned int* word) {
     std::uint8_t payload[2] = {kind, controller};
     unsigned char result = command(kCmdReadRegister, payload, sizeof payload, kWait);
-    if (result == 0 && word) {
+    if (result == kDeviceOk && word) {
         std::lock_guard<std::mutex> g(replyLock_);
         *word = registerWord_;
     }
@@ -667,10 +599,10 @@ constexpr unsigned int valueBit(unsigned int which) {
 unsigned char KeLoCommLib::Fr_WriteValue(unsigned char kind, unsigned char controller,
                                          unsigned int which, int value) {
     const unsigned int bit = valueBit(which);
-    if (bit == 0) return 5;
+    if (bit == 0) return kDeviceBadArgument;
     unsigned int word = 0;
     unsigned char result = Fr_ReadRegister(kind, controller, &word);
-    if (result != 0) return result;
+    if (result != kDeviceOk) return result;
     word = value != 0 ? (word | bit) : (word & ~bit);
     return Fr_WriteRegister(kind, controller, word);
 }
@@ -678,10 +610,10 @@ unsigned char KeLoCommLib::Fr_WriteValue(unsigned char kind, unsigned char contr
 unsigned char KeLoCommLib::Fr_ReadValue(unsigned char kind, unsigned char controller,
                                         unsigned int which, unsigned int* value) {
     const unsigned int bit = valueBit(which);
-    if (bit == 0) return 5;
+    if (bit == 0) return kDeviceBadArgument;
     unsigned int word = 0;
     unsigned char result = Fr_ReadRegister(kind, controller, &word);
-    if (result == 0 && value) *value = (word & bit) ? 1u : 0u;
+    if (result == kDeviceOk && value) *value = (word & bit) ? 1u : 0u;
     return result;
 }
 
@@ -708,13 +640,13 @@ unsigned char KeLoCommLib::CAN_Stop(unsigned char mode) {
 // 16 bytes at 20 and 36 (8 bytes, a 16-bit word, a 32-bit word, packed), byte 50 the filter
 // mode, byte 51 the option byte. See docs/protocol.md for where each lands.
 unsigned char KeLoCommLib::CAN_Configure(unsigned char* config) {
-    if (!config) return 5;
-    if (SetControllerMode(2, canChannel_, 0xA0000000u) != 0) return 10;
+    if (!config) return kDeviceBadArgument;
+    if (SetControllerMode(2, canChannel_, 0xA0000000u) != kDeviceOk) return kDeviceCanModeFailed;
 
     std::uint8_t bus[48] = {};
     std::memcpy(bus, config, 16);
     bus[16] = 64;
-    if (CAN_SetBusParameter(2, canChannel_, bus) != 0) return 11;
+    if (CAN_SetBusParameter(2, canChannel_, bus) != kDeviceOk) return kDeviceCanBusFailed;
 
     // Two 16-byte filter entries keep the record's packed layout (8 bytes at 0, the 16-bit word
     // at 8, the 32-bit word at 10); the filter mode travels in the last byte of the block, which
@@ -728,22 +660,22 @@ unsigned char KeLoCommLib::CAN_Configure(unsigned char* config) {
         std::memcpy(dst + 10, src + 10, 4);
     }
     filter[31] = config[50];
-    if (CAN_SetFilterParameter(2, canChannel_, filter) != 0) return 12;
+    if (CAN_SetFilterParameter(2, canChannel_, filter) != kDeviceOk) return kDeviceCanFilterFailed;
 
     std::uint8_t option[44] = {0, config[51]};
-    if (CAN_SetOptionParameter(2, canChannel_, option) != 0) return 13;
-    return 0;
+    if (CAN_SetOptionParameter(2, canChannel_, option) != kDeviceOk) return kDeviceCanOptionFailed;
+    return kDeviceOk;
 }
 
 unsigned char KeLoCommLib::CAN_SetNodeRxTimeout(unsigned char* config) {
-    if (!config) return 5;
+    if (!config) return kDeviceBadArgument;
     return Fr_SetNodeRxTimeout(2, canChannel_, le32(config));
 }
 
 unsigned char KeLoCommLib::CAN_Transmit(unsigned char* frame, unsigned char* data) {
-    if (!frame) return 5;
+    if (!frame) return kDeviceBadArgument;
     const std::uint8_t length = frame[8];
-    if (length > kCanMaxData || (!data && length)) return 5;
+    if (length > kCanMaxData || (!data && length)) return kDeviceBadArgument;
     LockGuard g(canTransmitLock_);
     std::uint8_t payload[kMultiHeaderSize + kCanUploadEntryHead + kCanMaxData] = {};
     putLe32(payload + 16, 1);
@@ -761,75 +693,64 @@ unsigned char KeLoCommLib::CAN_Transmit(unsigned char* frame, unsigned char* dat
     unsigned char result =
         command(kCmdMultiTransmit, payload,
                 static_cast<std::uint16_t>(kMultiHeaderSize + kCanUploadEntryHead + length), kWait);
-    if (result != 0) return result;
+    if (result != kDeviceOk) return result;
     std::lock_guard<std::mutex> r(replyLock_);
-    return transmitChannel_ == canChannel_ ? 0 : 1;
+    return transmitChannel_ == canChannel_ ? kDeviceOk : kDeviceRefused;
 }
 
 unsigned char KeLoCommLib::CAN_Receive(unsigned char* record, unsigned int timeoutMs) {
-    if (!record) return 5;
+    if (!record) return kDeviceBadArgument;
     CallScope scope(*this);
-    while (canCount_.load() == 0) {
-        if (!canOpened_.load() || closing_.load()) return 4;
-        if (!eventFor(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return 2;
-        if (canCount_.load() != 0) break;
-        if (!canOpened_.load() || closing_.load()) return 4;
+    while (queues_.canCount() == 0) {
+        if (!canOpened_.load() || closing_.load()) return kDeviceLinkClosed;
+        if (!eventFor(kUploadCan).wait(timeoutMs, kReplySpinMicros)) return kDeviceNoReply;
+        if (queues_.canCount() != 0) break;
+        if (!canOpened_.load() || closing_.load()) return kDeviceLinkClosed;
     }
-    {
-        LockGuard g(canQueueLock_);
-        if (!canQueue_.popFront(record)) return 2;
-        canCount_.store(canQueue_.size());
-    }
+    if (!queues_.popCan(record)) return kDeviceNoReply;
     record[0] = canChannel_;
-    return 0;
+    return kDeviceOk;
 }
 
 unsigned int KeLoCommLib::CAN_framesAvailable() {
-    return static_cast<unsigned int>(canCount_.load());
+    return static_cast<unsigned int>(queues_.canCount());
 }
 
 unsigned char KeLoCommLib::CAN_ClearRcvBuffer() {
-    LockGuard g(canQueueLock_);
-    canQueue_.clear();
-    canCount_.store(0);
-    return 0;
+    queues_.clearCan();
+    return kDeviceOk;
 }
 
 // ---- reply dispatcher ------------------------------------------------------------------------
 
-int KeLoCommLib::replyDispatcher(FrameEngine& engine, const FrameMessage& message) {
-    static_cast<KeLoCommLib*>(engine.owner())->dispatch(message);
-    return 1;  // no later general handler sees the frame
-}
-
-void KeLoCommLib::dispatch(const FrameMessage& m) {
+void KeLoCommLib::onFrame(const FrameMessage& m) {
     const std::uint8_t code = m.command;
-    if (code < 96 || code > 212) return;
     const std::uint8_t* p = m.payload;
     const std::size_t n = p ? m.length : 0;
 
     switch (code) {
         case kUploadFlexRay:
-            takeFlexRayUpload(p, n);
+            if (uploadActive_.load() && queues_.takeFlexRay(p, n)) eventFor(kUploadFlexRay).set();
             return;
         case kUploadCan:
-            takeCanUpload(p, n);
+            // A strict link keeps no CAN records nobody can ask for.
+            if (strict_ && !canOpened_.load()) return;
+            if (queues_.takeCan(p, n, strict_)) eventFor(kUploadCan).set();
             return;
         case kUploadStatus:
-            takeStatusUpload(p, n);
+            takeBusStates(p, n, busActive_);
             return;
         default:
             break;
     }
-    const int index = eventIndex(code);
-    if (index < 0 || code == kUploadFlexRay || code == kUploadCan) return;
-    if (n < kMinimumLength[code] || kMinimumLength[code] == 0) return;  // malformed: ignored
+    const ReplyShape& shape = kReplyShapes[code];
+    if (shape.accept == 0 || n < shape.accept) return;  // unknown or malformed: ignored
     // A strict link takes only the reply its waiting caller sent the command for, and checks and
     // completes it in one step against the next call's reset.
     std::unique_lock<std::mutex> strictGuard(strictLock_, std::defer_lock);
     if (strict_) {
         strictGuard.lock();
-        if (expected_[index].load() != (0x10000u | m.sequence)) return;
+        if (expected_[shape.event].load() != (0x10000u | m.sequence)) return;
     }
 
     {
@@ -860,94 +781,6 @@ void KeLoCommLib::dispatch(const FrameMessage& m) {
         }
     }
     if (code == kCmdGetDeviceInfo) SetDeviceInfo(const_cast<std::uint8_t*>(p));
-    status_[code].store(p[kStatusPosition[code]]);
-    eventFor(code).set();
-}
-
-// Each upload frame is queued under one lock. The receive event is set once per frame that
-// carried entries (setting an auto-reset event repeatedly without a wait in between is the same
-// as setting it once), including when every record was dropped at the cap.
-void KeLoCommLib::takeFlexRayUpload(const std::uint8_t* p, std::size_t n) {
-    if (!uploadActive_.load() || n < 2) return;
-    const unsigned entries = p[1];
-    std::size_t at = 2;
-    unsigned taken = 0;
-    {
-        LockGuard g(frQueueLock_);
-        for (; taken < entries; ++taken) {
-            if (at + kFrUploadEntryHead > n) break;
-            const std::uint8_t* e = p + at;
-            const std::size_t bytes = 2u * e[21];
-            if (at + kFrUploadEntryHead + bytes > n) break;  // truncated entry
-            at += kFrUploadEntryHead + bytes;
-            if (frQueue_.size() >= kFrQueueCap) continue;  // dropped, still signalled
-            auto& r = frQueue_.emplaceBack();
-            std::memcpy(r.data(), e, 12);
-            r[12] = e[13];
-            std::memcpy(r.data() + 13, e + 14, 3);
-            r[16] = e[18];
-            r[17] = e[19];
-            r[18] = 0;
-            r[19] = e[20];
-            r[20] = e[21];
-            r[21] = 0;
-            std::memcpy(r.data() + 22, e + 22, 4);
-            // A record holds 254 payload bytes; a longer entry is cut, its length kept.
-            const std::size_t kept = std::min(bytes, kFrRecordMaxPayload);
-            std::memcpy(r.data() + kFrRecordPayloadOffset, e + kFrUploadEntryHead, kept);
-            std::memset(r.data() + kFrRecordPayloadOffset + kept, 0, kFrRecordMaxPayload - kept);
-        }
-        frCount_.store(frQueue_.size());
-    }
-    if (taken) eventFor(kUploadFlexRay).set();
-}
-
-void KeLoCommLib::takeCanUpload(const std::uint8_t* p, std::size_t n) {
-    if (n < kMultiHeaderSize) return;
-    // A strict link keeps no CAN records nobody can ask for.
-    if (strict_ && !canOpened_.load()) return;
-    const std::uint32_t entries = le32(p + 16);
-    std::size_t at = kMultiHeaderSize;
-    std::uint32_t taken = 0;
-    {
-        LockGuard g(canQueueLock_);
-        for (; taken < entries; ++taken) {
-            if (at + kCanUploadEntryHead > n) break;
-            const std::uint8_t* e = p + at;
-            const std::size_t length = e[32];
-            if (at + kCanUploadEntryHead + length > n) break;
-            at += (kCanUploadEntryHead + length + 3) & ~std::size_t{3};
-            if (strict_ && canQueue_.size() >= kCanQueueCap) continue;  // dropped, still signalled
-            const std::uint64_t stamp = le64(e + 8);
-            const std::uint32_t flags = le32(e + 24);
-            auto& r = canQueue_.emplaceBack();
-            r.fill(0);
-            std::memcpy(r.data() + 4, e + 4, 4);
-            putLe32(r.data() + 8, static_cast<std::uint32_t>(stamp / 1000000u));
-            putLe32(r.data() + 12, static_cast<std::uint32_t>(stamp % 1000000u));
-            std::memcpy(r.data() + 16, e + 28, 4);
-            r[20] = static_cast<std::uint8_t>(flags >> 30);
-            r[21] = static_cast<std::uint8_t>((flags >> 21) & 1u);
-            r[22] = static_cast<std::uint8_t>((flags >> 20) & 1u);
-            r[23] = static_cast<std::uint8_t>(length);
-            std::memcpy(r.data() + kCanRecordDataOffset, e + kCanUploadEntryHead,
-                        std::min(length, kCanMaxData));
-        }
-        canCount_.store(canQueue_.size());
-    }
-    if (taken) eventFor(kUploadCan).set();
-}
-
-void KeLoCommLib::takeStatusUpload(const std::uint8_t* p, std::size_t n) {
-    if (n < kMultiHeaderSize) return;
-    const std::uint32_t entries = le32(p + 16);
-    for (std::uint32_t i = 0; i < entries; ++i) {
-        const std::size_t at = kMultiHeaderSize + std::size_t{i} * kStatusEntrySize;
-        if (at + kStatusEntrySize > n) break;
-        const std::uint8_t* e = p + at;
-        if (le16(e + 8) != 4) continue;
-        const std::uint16_t state = le16(e + 24);
-        if (state == 1) busActive_.store(1);
-        if (state == 2) busActive_.store(0);
-    }
+    status_[code].store(p[shape.status]);
+    events_[shape.event].set();
 }

@@ -10,9 +10,10 @@
 #include <mutex>
 
 #include "CommunicationLib.h"
-#include "device/command_codes.h"
 #include "device/frame_engine.h"
-#include "device/record_queue.h"
+#include "device/link_socket.h"
+#include "device/protocol_table.h"
+#include "device/receive_queues.h"
 #include "platform/platform.h"
 
 class threadUDPproc;
@@ -22,7 +23,7 @@ class threadKeepAliveproc;
 // Process-wide: set to 1 once any device object has made a connection.
 extern std::atomic<std::uint8_t> g_keloConnectionMade;
 
-class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
+class KeLoCommLib final : public CommunicationLib, private kelo::FrameReceiver {
   public:
     KeLoCommLib();
     ~KeLoCommLib() override;
@@ -102,9 +103,9 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     bool busActive() const { return busActive_.load(); }
     bool uploadsActive() const { return uploadActive_.load(); }
     unsigned char canChannel() const { return canChannel_; }
-    std::uint16_t devicePort() const { return port_; }
+    std::uint16_t devicePort() const { return link_.port; }
     // The device port is a constant of the object; tests may point it elsewhere before opening.
-    void setDevicePort(std::uint16_t port) { port_ = port; }
+    void setDevicePort(std::uint16_t port) { link_.port = port; }
 
     // The receive path without a socket, for fuzzing and tests: attachReceivePath() creates the
     // protocol engine and registers the reply dispatcher (and sets the upload filter);
@@ -125,18 +126,16 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     void releaseAfterFailedOpen();
 
   private:
-    friend class threadUDPproc;
-    friend class threadTFtickproc;
-    friend class threadKeepAliveproc;
-
     static constexpr unsigned kWait = 1000;
 
-    // Sends one command and waits for its reply: 0 accepted, 1 refused, 2 time-out, 3 not sent.
+    // Sends one command and waits for its reply: kDeviceOk, kDeviceRefused, kDeviceNoReply
+    // (time-out) or kDeviceNotSent.
     unsigned char command(std::uint8_t code, const void* payload, std::uint16_t length,
                           unsigned int waitMs, bool presetStatus = true);
     unsigned char commandByte(std::uint8_t code, unsigned char value);
     bool sendFrame(std::uint8_t code, const void* payload, std::uint16_t length);
-    // 0 reply arrived, 2 time-out, 4 the object is being closed.
+    // kDeviceOk reply arrived, kDeviceNoReply time-out, kDeviceLinkClosed the object is being
+    // closed.
     unsigned char waitReply(std::uint8_t code, unsigned int waitMs);
     void disarmReply(std::uint8_t code);
     // Wakes every caller waiting in the object and returns once none is left inside, so that the
@@ -149,14 +148,10 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
 
     void stopLink();
     void stopThreadsAndSocket();
-    void sendDatagram(const std::uint8_t* data, std::size_t length) override;
+    void createEngine();
 
-    // Reply dispatcher: the engine's general handler.
-    static int replyDispatcher(kelo::FrameEngine& engine, const kelo::FrameMessage& message);
-    void dispatch(const kelo::FrameMessage& message);
-    void takeFlexRayUpload(const std::uint8_t* p, std::size_t n);
-    void takeCanUpload(const std::uint8_t* p, std::size_t n);
-    void takeStatusUpload(const std::uint8_t* p, std::size_t n);
+    // Reply dispatcher: every frame the engine parsed (the engine's receiver).
+    void onFrame(const kelo::FrameMessage& message) override;
 
     // 35 auto-reset completion events, one per reply code (see kelo::kEventCodes).
     kelo::AutoResetEvent events_[kelo::kEventCount];
@@ -205,27 +200,19 @@ class KeLoCommLib final : public CommunicationLib, private kelo::DatagramSink {
     threadUDPproc* rxThread_ = nullptr;
     threadTFtickproc* tickThread_ = nullptr;
     threadKeepAliveproc* keepAliveThread_ = nullptr;
-    kelo::UdpSocket socket_;
+    kelo::LinkSocket link_;
 
     QString address_;
     char address8_[64] = {};
-    std::uint32_t addressValue_ = 0;
-    std::uint16_t port_ = kelo::kDevicePort;
 
     std::atomic<std::uint8_t> status_[256];
     unsigned char canChannel_ = 255;
 
-    kelo::RecordQueue<kelo::kFrRecordSize> frQueue_;
-    bool frQueueReserved_ = false;
-    kelo::RecordQueue<kelo::kCanRecordSize> canQueue_;
-    std::atomic<std::size_t> frCount_{0};
-    std::atomic<std::size_t> canCount_{0};
+    // The FlexRay and CAN receive queues, each with its lock.
+    kelo::ReceiveQueues queues_;
 
-    // The six critical sections, in their declared order.
-    kelo::Lock frQueueLock_;      // 0
-    kelo::Lock canQueueLock_;     // 1
-    kelo::Lock sendLock_;         // 2
-    kelo::Lock nodeStateLock_;    // 3
-    kelo::Lock frTransmitLock_;   // 4
-    kelo::Lock canTransmitLock_;  // 5
+    kelo::Lock sendLock_;
+    kelo::Lock nodeStateLock_;
+    kelo::Lock frTransmitLock_;
+    kelo::Lock canTransmitLock_;
 };

@@ -2,12 +2,14 @@
 
 #include <cstring>
 
+#include "device/byte_order.h"
 #include "device/crc16.h"
 
 namespace kelo {
 
-FrameEngine::FrameEngine(std::uint32_t role, void* owner, DatagramSink* sink, Lock& sendLock)
-    : role_(role), owner_(owner), sink_(sink), sendLock_(sendLock) {}
+FrameEngine::FrameEngine(std::uint32_t role, DatagramSink* sink, Lock& sendLock,
+                         FrameReceiver* receiver)
+    : role_(role), sink_(sink), sendLock_(sendLock), receiver_(receiver) {}
 
 // ---- tables --------------------------------------------------------------------------------
 
@@ -152,16 +154,12 @@ inline void FrameEngine::append(std::uint8_t byte) {
 void FrameEngine::buildAndSend(std::uint16_t sequence, std::uint8_t command,
                                const std::uint8_t* payload, std::uint16_t length) {
     txFill_ = 0;
-    std::uint8_t header[6] = {0xAA,
-                              static_cast<std::uint8_t>(sequence >> 8),
-                              static_cast<std::uint8_t>(sequence),
-                              static_cast<std::uint8_t>(length >> 8),
-                              static_cast<std::uint8_t>(length),
-                              command};
-    std::uint16_t headerCrc = crc16Arc(0, header, sizeof header);
+    std::uint8_t header[6] = {0xAA};
+    putBe16(header + 1, sequence);
+    putBe16(header + 3, length);
+    header[5] = command;
     std::memcpy(txBuffer_, header, sizeof header);
-    txBuffer_[6] = static_cast<std::uint8_t>(headerCrc >> 8);
-    txBuffer_[7] = static_cast<std::uint8_t>(headerCrc);
+    putBe16(txBuffer_ + 6, crc16Arc(0, header, sizeof header));
     txFill_ = 8;
     txPayloadCrc_ = 0;
 
@@ -302,6 +300,8 @@ void FrameEngine::dispatch() {
         if (r == 3 && general_[i] == h) removeEntry(general_, generalHighWater_, i);
         if (r != 0) return;
     }
+    g.unlock();
+    if (receiver_) receiver_->onFrame(msg);
 }
 
 void FrameEngine::tick() {

@@ -36,6 +36,14 @@ class DatagramSink {
     virtual void sendDatagram(const std::uint8_t* data, std::size_t length) = 0;
 };
 
+// Takes every frame that no handler in the engine's tables took (the host's reply dispatcher,
+// the emulator's command execution). Runs on the thread that feeds the engine.
+class FrameReceiver {
+  public:
+    virtual ~FrameReceiver() = default;
+    virtual void onFrame(const FrameMessage& message) = 0;
+};
+
 class FrameEngine {
   public:
     static constexpr std::size_t kDatagramSize = 1400;
@@ -56,12 +64,13 @@ class FrameEngine {
     };
 
     // role != 0: host, which sets bit 15 of the sequences it originates. sendLock serialises
-    // every frame that leaves (the device object's send lock).
-    FrameEngine(std::uint32_t role, void* owner, DatagramSink* sink, Lock& sendLock);
+    // every frame that leaves (the device object's send lock). The receiver, when given, sees
+    // every frame the handler tables left unhandled.
+    FrameEngine(std::uint32_t role, DatagramSink* sink, Lock& sendLock,
+                FrameReceiver* receiver = nullptr);
     FrameEngine(const FrameEngine&) = delete;
     FrameEngine& operator=(const FrameEngine&) = delete;
 
-    void* owner() const { return owner_; }
     std::uint32_t role() const { return role_; }
 
     // Frames and sends a command. With a callback the frame's sequence is entered in the pending
@@ -125,9 +134,9 @@ class FrameEngine {
     static void removeEntry(Entry* table, int& highWater, int index);
 
     const std::uint32_t role_;
-    void* const owner_;
     DatagramSink* const sink_;
     Lock& sendLock_;
+    FrameReceiver* const receiver_;
 
     // Transmit side (guarded by sendLock_).
     std::uint16_t txCounter_ = 0;

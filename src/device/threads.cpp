@@ -1,6 +1,6 @@
 #include "device/threads.h"
 
-#include "device/KeLoCommLib.h"
+#include "device/protocol_table.h"
 
 namespace {
 struct MarkFinished {
@@ -14,8 +14,8 @@ void threadUDPproc::run() {
     std::uint8_t buffer[1500];
     while (running.load()) {
         // Returns at least once a second (receive time-out) and at once when interrupted.
-        int n = owner_->socket_.receive(buffer, sizeof buffer);
-        if (n > 0 && running.load()) owner_->engine_->feed(buffer, static_cast<std::size_t>(n));
+        int n = socket_.receive(buffer, sizeof buffer);
+        if (n > 0 && running.load()) engine_.feed(buffer, static_cast<std::size_t>(n));
     }
 }
 
@@ -24,7 +24,7 @@ void threadTFtickproc::run() {
     for (;;) {
         if (wakeUp.wait(50) || !running.load()) return;
         wakeUp.reset();
-        if (owner_->engine_) owner_->engine_->tick();
+        engine_.tick();
     }
 }
 
@@ -32,10 +32,8 @@ void threadKeepAliveproc::run() {
     MarkFinished marker{finished};
     for (;;) {
         if (wakeUp.wait(15000) || !running.load()) return;
-        kelo::FrameEngine* engine = owner_->engine_.get();
-        if (!engine) return;
-        if (!engine->sentSinceKeepAlive())
-            engine->send(kelo::kCmdKeepAlive, nullptr, 0, nullptr, 0);
-        engine->clearSentSinceKeepAlive();
+        if (!engine_.sentSinceKeepAlive())
+            engine_.send(kelo::kCmdKeepAlive, nullptr, 0, nullptr, 0);
+        engine_.clearSentSinceKeepAlive();
     }
 }

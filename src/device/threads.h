@@ -6,9 +6,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "device/frame_engine.h"
 #include "platform/platform.h"
-
-class KeLoCommLib;
 
 // Set with release ordering as run() returns; the stopping thread reads it with acquire ordering
 // after QThread::wait(), which makes the thread's last writes visible in a way the sanitizers
@@ -22,16 +21,17 @@ class FinishedFlag {
     std::atomic<bool> finished_{false};
 };
 
-// What every worker thread of a device object holds: its owner, a running flag (set before
-// start(), cleared to ask the thread to stop) and the finished flag.
+// What every worker thread of a device object holds: the protocol engine of the link (which
+// outlives the thread), a running flag (set before start(), cleared to ask the thread to stop)
+// and the finished flag.
 class DeviceThread : public QThread {
   public:
-    explicit DeviceThread(KeLoCommLib* owner) : owner_(owner) {}
+    explicit DeviceThread(kelo::FrameEngine& engine) : engine_(engine) {}
     std::atomic<std::uint8_t> running{0};
     FinishedFlag finished;
 
   protected:
-    KeLoCommLib* owner_;
+    kelo::FrameEngine& engine_;
 };
 
 // A worker thread that sleeps on a wake-up event between its rounds.
@@ -44,10 +44,14 @@ class WakeableThread : public DeviceThread {
 // Reads datagrams from the device socket and feeds them to the frame parser.
 class threadUDPproc : public DeviceThread {
   public:
-    using DeviceThread::DeviceThread;
+    threadUDPproc(kelo::UdpSocket& socket, kelo::FrameEngine& engine)
+        : DeviceThread(engine), socket_(socket) {}
 
   protected:
     void run() override;
+
+  private:
+    kelo::UdpSocket& socket_;
 };
 
 // The 50 ms heartbeat of the protocol engine.

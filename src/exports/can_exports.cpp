@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "KeLoComm.h"
+#include "device/device_status.h"
 #include "exports/device_table.h"
 
 using namespace kelo;
@@ -41,10 +42,10 @@ KELOCOMM_API unsigned char KCAN_Stop_Wrapper(signed char idx) {
 KELOCOMM_API unsigned char KCAN_Transmit_Wrapper(signed char idx, unsigned char* frame,
                                                  unsigned char* data) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!frame) return 5;
+        if (!frame) return kDeviceBadArgument;
         if (!std::binary_search(std::begin(kCanDataLengths), std::end(kCanDataLengths),
                                 std::uint32_t{frame[8]}))
-            return 5;
+            return kDeviceBadArgument;
         unsigned char record[12];
         std::memcpy(record, frame, sizeof record);
         return lib.CAN_Transmit(record, data);
@@ -59,10 +60,10 @@ KELOCOMM_API unsigned char KCAN_Receive_Wrapper(signed char idx, unsigned char* 
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         unsigned char record[24 + 2 * 255] = {};
         const unsigned char status = lib.CAN_Receive(record, timeoutMs);
-        if (status != 0) return status;
+        if (status != kDeviceOk) return status;
         if (headerOut) std::memcpy(headerOut, record, 24);
         if (payloadOut) std::memcpy(payloadOut, record + 24, 2u * record[23]);
-        return 0;
+        return kDeviceOk;
     });
 }
 
@@ -70,7 +71,7 @@ KELOCOMM_API unsigned char KCAN_framesAvailable_Wrapper(signed char idx, unsigne
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         const unsigned int n = lib.CAN_framesAvailable();
         if (count) *count = n;
-        return 0;
+        return kDeviceOk;
     });
 }
 
@@ -99,6 +100,10 @@ KELOCOMM_API unsigned char Kelo_ResetCPU_Wrapper(signed char idx) {
 
 KELOCOMM_API unsigned char KFrSetDevIp_Wrapper(signed char idx, const char* address) {
     return forward(idx, [&](CommunicationLib& lib) { return lib.FrSetDevIp(address); });
+}
+
+KELOCOMM_API const char* KeLo_DeviceStatusText(unsigned char status) {
+    return deviceStatusText(status);
 }
 
 }  // extern "C"

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "CommunicationLib.h"
+#include "device/device_status.h"
 #include "platform/platform.h"
 
 namespace kelo {
@@ -42,12 +43,12 @@ Result guarded(Result fallback, Body&& body) noexcept {
     }
 }
 
-// The shared shape of a device export: index check (6), then one call on the device.
+// The shared shape of a device export: index check (kDeviceBadIndex), then one call on the device.
 template <typename Call>
 unsigned char forward(signed char idx, Call&& call) noexcept {
-    return guarded<unsigned char>(3, [&]() -> unsigned char {
+    return guarded<unsigned char>(kDeviceNotSent, [&]() -> unsigned char {
         CommunicationLib* lib = deviceAt(idx);
-        return lib ? static_cast<unsigned char>(call(*lib)) : static_cast<unsigned char>(6);
+        return lib ? static_cast<unsigned char>(call(*lib)) : kDeviceBadIndex;
     });
 }
 

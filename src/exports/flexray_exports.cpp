@@ -3,24 +3,19 @@
 #include <cstring>
 
 #include "KeLoComm.h"
+#include "device/byte_order.h"
 #include "device/command_codes.h"
+#include "device/device_status.h"
 #include "exports/device_table.h"
 
 using namespace kelo;
-
-namespace {
-inline void putLe16(unsigned char* p, unsigned short v) {
-    p[0] = static_cast<unsigned char>(v);
-    p[1] = static_cast<unsigned char>(v >> 8);
-}
-}  // namespace
 
 extern "C" {
 
 KELOCOMM_API unsigned char KFr_Set_Cluster_Parameter_Wrapper(signed char idx, unsigned char node,
                                                              unsigned char* block) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!block) return 5;
+        if (!block) return kDeviceBadArgument;
         unsigned char record[40] = {node};
         std::memcpy(record + 1, block, 36);
         // Reconfiguring a cluster starts from a stopped node and an empty receive buffer.
@@ -34,7 +29,7 @@ KELOCOMM_API unsigned char KFr_Set_Cluster_Parameter_Wrapper(signed char idx, un
 KELOCOMM_API unsigned char KFr_Set_Node_Parameter_Wrapper(signed char idx, unsigned char node,
                                                           unsigned char* block) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!block) return 5;
+        if (!block) return kDeviceBadArgument;
         char record[52] = {static_cast<char>(node)};
         std::memcpy(record + 1, block, 48);
         return lib.Fr_Set_Node_Parameter(record);
@@ -44,7 +39,7 @@ KELOCOMM_API unsigned char KFr_Set_Node_Parameter_Wrapper(signed char idx, unsig
 KELOCOMM_API unsigned char KFr_Set_CC_Parameter_Wrapper(signed char idx, unsigned char node,
                                                         unsigned char* block) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!block) return 5;
+        if (!block) return kDeviceBadArgument;
         char record[6] = {static_cast<char>(node)};
         std::memcpy(record + 1, block, 5);
         return lib.Fr_Set_CC_Parameter(record);
@@ -54,11 +49,11 @@ KELOCOMM_API unsigned char KFr_Set_CC_Parameter_Wrapper(signed char idx, unsigne
 KELOCOMM_API unsigned char KFr_Set_Slot_Parameter_Wrapper(signed char idx, unsigned char node,
                                                           unsigned char* block) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!block) return 5;
+        if (!block) return kDeviceBadArgument;
         unsigned char record[14] = {node};
         std::memcpy(record + 1, block, 12);
         const unsigned char status = lib.Fr_Set_Slot_Parameter(record);
-        if (status == 0) block[0] = record[1];  // the buffer index the device assigned
+        if (status == kDeviceOk) block[0] = record[1];  // the buffer index the device assigned
         return status;
     });
 }
@@ -70,7 +65,7 @@ KELOCOMM_API unsigned char KFr_Set_Slot_Parameter_Wrapper(signed char idx, unsig
 KELOCOMM_API unsigned char KFr_Set_Fifo_Parameter_Wrapper(signed char idx, unsigned char node,
                                                           KFrFifoRecord* fifo) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!fifo) return 5;
+        if (!fifo) return kDeviceBadArgument;
         unsigned char record[kFifoRecordSize] = {node};
         putLe16(record + 4, fifo->rejectFrameId);
         putLe16(record + 6, fifo->rejectMask);
@@ -104,7 +99,7 @@ KELOCOMM_API unsigned char KFr_Set_Fifo_Parameter_Wrapper(signed char idx, unsig
 KELOCOMM_API unsigned char KFr_SetFrPhyNodeKeySlot_Wrapper(signed char idx, unsigned char,
                                                            KFrKeySlotRecord* keySlots) {
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
-        if (!keySlots) return 5;
+        if (!keySlots) return kDeviceBadArgument;
         unsigned char record[9] = {0};
         for (int e = 0; e < 2; ++e) {
             putLe16(record + 1 + 4 * e, keySlots->entry[e].slot);
@@ -160,11 +155,11 @@ KELOCOMM_API unsigned char KFr_GetFrNWVector_Wrapper(signed char idx, unsigned c
     });
 }
 
-// Returns the count itself; a bad index returns 6, which reads like a count of 6.
+// Returns the count itself; a bad index returns kDeviceBadIndex, which reads like a count of 6.
 KELOCOMM_API int KFr_framesAvailable_Wrapper(signed char idx) {
     return guarded<int>(0, [&]() -> int {
         CommunicationLib* lib = deviceAt(idx);
-        return lib ? static_cast<int>(lib->Fr_framesAvailable()) : 6;
+        return lib ? static_cast<int>(lib->Fr_framesAvailable()) : kDeviceBadIndex;
     });
 }
 
@@ -176,10 +171,10 @@ KELOCOMM_API unsigned char KFr_Receive_Wrapper(signed char idx, unsigned char* h
     return forward(idx, [&](CommunicationLib& lib) -> unsigned char {
         unsigned char record[26 + 2 * 255] = {};
         const unsigned char status = lib.Fr_Receive(record, timeoutMs);
-        if (status != 0) return status;
+        if (status != kDeviceOk) return status;
         if (headerOut) std::memcpy(headerOut, record, 28);
         if (payloadOut) std::memcpy(payloadOut, record + 26, 2u * record[20]);
-        return 0;
+        return kDeviceOk;
     });
 }
 

@@ -3,6 +3,7 @@
 
 #include "KeLoComm.h"
 #include "device/KeLoCommLib.h"
+#include "device/device_status.h"
 #include "exports/device_table.h"
 
 using namespace kelo;
@@ -14,7 +15,7 @@ namespace {
 // open's status.
 template <typename Open, typename AfterOpen>
 signed char openDevice(unsigned int flags, Open&& open, AfterOpen&& afterOpen) {
-    if ((flags & ~KELO_DEVICE_STRICT) != 0) return -5;
+    if ((flags & ~KELO_DEVICE_STRICT) != 0) return openFailure(kDeviceBadArgument);
     LockGuard g(DeviceTableLock);
     signed char found = 0;
     signed char counter = 1;
@@ -26,18 +27,18 @@ signed char openDevice(unsigned int flags, Open&& open, AfterOpen&& afterOpen) {
     }
     // The counter stops at 127, so this never fires; with every entry in use the open goes on
     // with entry 0, which every other export rejects.
-    if (counter > kDeviceSlots) return -20;
+    if (counter > kDeviceSlots) return openFailure(kDeviceNoFreeEntry);
 
     KeLoCommLib* device = new KeLoCommLib();
     device->setStrict((flags & KELO_DEVICE_STRICT) != 0);
     CommunicationLib* lib = device;
     storeDevice(found, lib);
     const unsigned char status = open(lib);
-    if (status != 0) {
+    if (status != kDeviceOk) {
         // The instance stays in the entry, but nobody will close it: give back its socket and
         // threads now.
         device->releaseAfterFailedOpen();
-        return static_cast<signed char>(-static_cast<int>(status));
+        return openFailure(status);
     }
     DeviceSlotTable[found].inUse.store(1);
     afterOpen(found);
@@ -57,7 +58,7 @@ KELOCOMM_API signed char KCAN_Open_Wrapper(const char* deviceAddress, unsigned c
 }
 
 KELOCOMM_API signed char KFr_OpenEx_Wrapper(const char* deviceAddress, unsigned int flags) {
-    return guarded<signed char>(-3, [&] {
+    return guarded<signed char>(openFailure(kDeviceNotSent), [&] {
         return openDevice(
             flags, [&](CommunicationLib* lib) { return lib->Fr_Open(deviceAddress); },
             [](signed char) {});
@@ -66,7 +67,7 @@ KELOCOMM_API signed char KFr_OpenEx_Wrapper(const char* deviceAddress, unsigned 
 
 KELOCOMM_API signed char KCAN_OpenEx_Wrapper(const char* deviceAddress, unsigned char canParam,
                                              unsigned int flags) {
-    return guarded<signed char>(-3, [&] {
+    return guarded<signed char>(openFailure(kDeviceNotSent), [&] {
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
         return openDevice(
             flags, [&](CommunicationLib* lib) { return lib->CAN_Open(deviceAddress, canParam); },
@@ -80,29 +81,29 @@ KELOCOMM_API signed char KCAN_OpenEx_Wrapper(const char* deviceAddress, unsigned
 }
 
 KELOCOMM_API unsigned char KFr_Close_Wrapper(signed char idx) {
-    return guarded<unsigned char>(3, [&]() -> unsigned char {
+    return guarded<unsigned char>(kDeviceNotSent, [&]() -> unsigned char {
         CommunicationLib* lib = deviceAt(idx);
-        if (!lib) return 6;
+        if (!lib) return kDeviceBadIndex;
         const unsigned char status = lib->Fr_Close();
         delete lib;
         DeviceSlotTable[idx].inUse.store(0);
-        // The entry no longer refers to a live device: later calls on it get 6 until the next
-        // open reuses it.
+        // The entry no longer refers to a live device: later calls on it get kDeviceBadIndex until
+        // the next open reuses it.
         DeviceSlotTable[idx].lib.store(nullptr);
         return status;
     });
 }
 
 KELOCOMM_API unsigned char KCAN_Close_Wrapper(signed char idx) {
-    return guarded<unsigned char>(3, [&]() -> unsigned char {
+    return guarded<unsigned char>(kDeviceNotSent, [&]() -> unsigned char {
         CommunicationLib* lib = deviceAt(idx);
-        if (!lib) return 6;
+        if (!lib) return kDeviceBadIndex;
         const unsigned char status = lib->CAN_Close();
-        if (status != 0) return status;  // the device stays open under its index
+        if (status != kDeviceOk) return status;  // the device stays open under its index
         delete lib;
         DeviceSlotTable[idx].lib.store(nullptr);
         DeviceSlotTable[idx].inUse.store(0);
-        return 0;
+        return kDeviceOk;
     });
 }
 
