@@ -173,6 +173,11 @@ KELOCOMM_API unsigned char KeLo_get_software_version_Wrapper(signed char idx,
 KELOCOMM_API unsigned char Kelo_ResetCPU_Wrapper(signed char idx);
 KELOCOMM_API unsigned char KFrSetDevIp_Wrapper(signed char idx, const char* address);
 
+/* A short English sentence for a device status: the result of any device export, or minus the
+ * result of a failed open. An unknown number gives "unknown device status N". The text is never
+ * freed or changed; safe to call from any thread. */
+KELOCOMM_API const char* KeLo_DeviceStatusText(unsigned char status);
+
 /* ---- FIBEX database (one process-wide database; see docs/api.md) ----
  * Database status codes: 0 success, 5 unknown cluster/ECU, index out of range or a null
  * argument, 7 file not loadable, 9 no database loaded (or not a file; ECU without controller),
@@ -274,6 +279,11 @@ KELOCOMM_API unsigned char KFr_AutoSar_Receive_Wrapper(signed char idx,
                                                        unsigned char* headerOut /* 28 */,
                                                        unsigned char* payloadOut /* 510 */,
                                                        char* frameNameOut, unsigned int timeoutMs);
+
+/* A short English sentence for the status of any KFr_Fibex_* or KFr_AutoSar_* export. An unknown
+ * number gives "unknown database status N". The text is never freed or changed; safe to call from
+ * any thread. */
+KELOCOMM_API const char* KeLo_DatabaseStatusText(unsigned char status);
 
 #ifdef __cplusplus
 }

@@ -5,6 +5,9 @@
 #include <QTextCodec>
 #include <cstring>
 
+#include "dbapi/database_status.h"
+#include "dbapi/export_steps.h"
+
 namespace kelo {
 namespace dbapi {
 
@@ -49,6 +52,27 @@ bool isExistingFile(const char* path) {
     if (QTextCodec* utf8 = QTextCodec::codecForName("UTF-8")) QTextCodec::setCodecForLocale(utf8);
     if (path == nullptr) return false;
     return QFileInfo(QString::fromLocal8Bit(path)).isFile();
+}
+
+unsigned char appendNames(const std::vector<const std::string*>& names, char* buf,
+                          unsigned int bufSize, unsigned int* total, unsigned int* count) {
+    *total = static_cast<unsigned int>(names.size());
+    std::size_t length = 0;  // current string length of buf
+    for (const std::string* name : names) {
+        if (bufSize == 0 || length + name->size() > std::size_t(bufSize) - 1) return kListTooSmall;
+        if (length != 0) buf[length++] = ';';
+        std::memcpy(buf + length, name->data(), name->size());
+        length += name->size();
+        ++*count;
+    }
+    return kOk;
+}
+
+bool startList(char* buf, unsigned int bufSize, unsigned int* total, unsigned int* count) {
+    if (buf == nullptr || total == nullptr || count == nullptr) return false;
+    std::memset(buf, 0, bufSize);
+    *count = 0;
+    return true;
 }
 
 }  // namespace dbapi

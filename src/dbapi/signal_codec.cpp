@@ -120,7 +120,7 @@ std::uint8_t decodeValue(const SignalCoding& c, const std::uint8_t* payload, std
         *value = static_cast<float>(raw);
         return kOk;
     }
-    if (!c.hasScale) return kNotInFrame;
+    if (!c.hasScale) return kNoScalePair;
     const float physical = static_cast<float>(raw) * c.factor + c.offset;
     if (isWhole(c.factor) && isWhole(c.offset))
         *value = static_cast<float>(truncateToInt64(physical));

@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "dbapi/database_status.h"
+
 namespace kelo {
 namespace dbapi {
 
@@ -34,14 +36,6 @@ struct SignalCoding {
     float offset = 0.0f;
 };
 
-// Status codes shared by the database exports.
-inline constexpr std::uint8_t kOk = 0;
-inline constexpr std::uint8_t kNoDatabase = 9;
-inline constexpr std::uint8_t kSignalUnknown = 14;
-inline constexpr std::uint8_t kDoesNotFit = 15;
-inline constexpr std::uint8_t kNotInFrame = 16;
-inline constexpr std::uint8_t kFrameUnknown = 17;
-
 // The payload size decoding assumes: the buffer KFr_Receive_Wrapper fills (2 x 255 bytes).
 // Bytes at or past it read as 0.
 inline constexpr std::size_t kDecodePayloadSize = 510;
@@ -51,26 +45,28 @@ inline constexpr std::size_t kDecodePayloadSize = 510;
 std::int64_t extractField(const std::uint8_t* payload, std::size_t size, std::uint16_t bitPosition,
                           std::uint16_t bitLength, bool msbFirst, bool isSigned);
 
-// Physical value of a signal. 0, or 16 for a linear method without a factor/offset pair.
+// Physical value of a signal. kOk, or kNoScalePair for a linear method without a factor/offset
+// pair.
 std::uint8_t decodeValue(const SignalCoding& coding, const std::uint8_t* payload, std::size_t size,
                          float* value);
 
 // An update bit: one bit at bitPosition, read most significant byte first, unsigned.
 float decodeUpdateBit(const std::uint8_t* payload, std::size_t size, std::uint16_t bitPosition);
 
-// Writes a physical value into a payload of `length` bytes. 0, or 15 when the field does not fit.
+// Writes a physical value into a payload of `length` bytes. kOk, or kDoesNotFit when the field
+// does not fit.
 std::uint8_t encodeValue(const SignalCoding& coding, float value, std::uint8_t* payload,
                          std::uint8_t length);
 
-// Writes the lowest bit of the truncated value at bitPosition. 0, or 15 when the bit lies past
-// the payload.
+// Writes the lowest bit of the truncated value at bitPosition. kOk, or kDoesNotFit when the bit
+// lies past the payload.
 std::uint8_t encodeUpdateBit(std::uint16_t bitPosition, float value, std::uint8_t* payload,
                              std::uint8_t length);
 
 // The raw value a physical value encodes to (before placement).
 std::int64_t rawFromPhysical(const SignalCoding& coding, float value);
 
-// Places raw into the field, as encodeValue does after scaling. 0 or 15.
+// Places raw into the field, as encodeValue does after scaling. kOk or kDoesNotFit.
 std::uint8_t placeField(std::uint8_t* payload, std::uint8_t length, std::uint16_t bitPosition,
                         std::uint16_t bitLength, bool msbFirst, bool wide, std::int64_t raw);
 

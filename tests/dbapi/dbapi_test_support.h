@@ -1,5 +1,6 @@
-// Shared helpers of the database-driven interface tests: test database paths, a FlexRay receive
-// header for a slot and cycle, and a fixture that opens a database and closes it afterwards.
+// Shared pieces of the database export tests: test files, a FlexRay receive header for a slot and
+// cycle, and one table row per format with its exports, so a test of a shared step runs over
+// FIBEX and AUTOSAR alike.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,12 +14,14 @@
 
 namespace kelo_dbapi_test {
 
-inline std::string dataFile(const char* name) {
-    return std::string(KELO_TEST_DATA_DIR) + "/fibex/" + name;
+inline std::string dataFile(const std::string& name) {
+    return std::string(KELO_TEST_DATA_DIR) + "/" + name;
 }
+inline const std::string kQueries = dataFile("fibex/dbapi-queries.xml");
+inline const std::string kFibexExample = dataFile("../../examples/powertrain-flexray.xml");
+inline const std::string kAutosarExample = dataFile("../../examples/chassis-flexray-4.2.arxml");
 inline const std::string& queriesFile() {
-    static const std::string path = dataFile("dbapi-queries.xml");
-    return path;
+    return kQueries;
 }
 
 // The 28-byte header KFr_Receive_Wrapper returns, with slot (offset 16) and cycle (19) set.
@@ -32,10 +35,80 @@ inline std::array<unsigned char, 28> rxHeader(std::uint16_t slot, std::uint8_t c
     return h;
 }
 
-// Opens the test database before each test and closes whatever is open afterwards.
+// One format's exports that the other format has too, and names its example database holds.
+struct Format {
+    const char* name;  // "Fibex" or "AutoSar", as in the export names
+    unsigned char (*open)(const char*);
+    unsigned char (*close)();
+    unsigned char (*maxNameLength)(unsigned int*);
+    unsigned char (*frameName)(const unsigned char*, char*);
+    unsigned char (*frameBySignal)(const char*, char*, unsigned char*);
+    unsigned char (*decode)(const unsigned char*, const unsigned char*, const char*, float*);
+    unsigned char (*encode)(const char*, float, unsigned char*, unsigned char);
+    unsigned char (*slotParameter)(const char*, unsigned char, unsigned char, unsigned char*);
+    unsigned char (*parameter)(const char*, const char*, unsigned char*, unsigned char*,
+                               unsigned char*);
+    unsigned char (*controllerParameter)(const char*, fnpt*);
+    unsigned char (*setSlot)(unsigned char, unsigned char, const char*, unsigned char,
+                             unsigned char);
+    unsigned char (*transmit)(unsigned char, unsigned char, const char*, unsigned char*,
+                              unsigned char);
+    unsigned char (*receive)(signed char, unsigned char*, unsigned char*, char*, unsigned int);
+    std::string example;  // the example database
+    const char* signal;   // a signal, its frame, a cluster and an ECU of the example
+    const char* frame;
+    const char* cluster;
+    const char* ecu;
+    std::string malformed;    // not well-formed XML
+    std::string unsupported;  // a version the reader refuses
+    std::map<std::string, std::uint8_t>* bufferMap;
+};
+
+// The exports of a format, in the order of Format's members.
+#define KELO_FORMAT_EXPORTS(F)                                                                \
+    KFr_##F##_Open, KFr_##F##_Close, KFr_##F##_GetMaxNameLength, KFr_##F##_GetFrameName,      \
+        KFr_##F##_GetFrameName_BySignalName, KFr_##F##_decodeSignal, KFr_##F##_encodeSignal,  \
+        KFr_##F##_GetSlotParameter, KFr_##F##_GetParameter, KFr_##F##_GetControllerParameter, \
+        KFr_##F##_Set_Slot_Parameter_Wrapper, KFr_##F##_Transmit_Wrapper,                     \
+        KFr_##F##_Receive_Wrapper
+inline const Format kFibex{"Fibex",
+                           KELO_FORMAT_EXPORTS(Fibex),
+                           kFibexExample,
+                           "EngineSpeed",
+                           "EngineData",
+                           "PowertrainFlexRay",
+                           "EngineControl",
+                           dataFile("fibex/malformed.xml"),
+                           dataFile("fibex/version-3.1-unsupported.xml"),
+                           &kelo::dbapi::FrameBufferIndexMap};
+inline const Format kAutosar{"AutoSar",
+                             KELO_FORMAT_EXPORTS(AutoSar),
+                             kAutosarExample,
+                             "EngineSpeed",
+                             "Engine_Status_Frame",
+                             "FlexRayBackbone",
+                             "EngineControl",
+                             dataFile("autosar/malformed-unclosed-element-4.2.arxml"),
+                             dataFile("autosar/schema-4.3-refused.arxml"),
+                             &kelo::dbapi::AutosarFrameBufferIndexMap};
+#undef KELO_FORMAT_EXPORTS
+inline const Format* const kFormats[] = {&kFibex, &kAutosar};
+
+inline std::string exportName(const Format& f, const char* step) {
+    return std::string("KFr_") + f.name + "_" + step;
+}
+
+// The buffer index a by-name map holds for a frame; -1 when the frame is not in it.
+inline int mappedBuffer(const Format& f, const std::string& frame) {
+    std::lock_guard<std::mutex> lock(kelo::dbapi::FrameMapsLock);
+    const auto it = f.bufferMap->find(frame);
+    return it == f.bufferMap->end() ? -1 : it->second;
+}
+
+// Opens the FIBEX test database before each test and closes whatever is open afterwards.
 class FibexDatabaseTest : public ::testing::Test {
   protected:
-    void SetUp() override { ASSERT_EQ(KFr_Fibex_Open(queriesFile().c_str()), 0); }
+    void SetUp() override { ASSERT_EQ(KFr_Fibex_Open(kQueries.c_str()), 0); }
     void TearDown() override { KFr_Fibex_Close(); }
 };
 

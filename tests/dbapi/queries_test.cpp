@@ -10,65 +10,6 @@ using namespace kelo_dbapi_test;
 
 namespace {
 
-// ---- handle ------------------------------------------------------------------------------------
-
-TEST(FibexHandle, OpenRefusesWhatIsNotAFileAndKeepsThePreviousDatabase) {
-    ASSERT_EQ(KFr_Fibex_Open(queriesFile().c_str()), 0);
-    for (const std::string& path :
-         {std::string(KELO_TEST_DATA_DIR), dataFile("no-such-file.xml"), std::string()})
-        EXPECT_EQ(KFr_Fibex_Open(path.c_str()), 9) << path;
-    EXPECT_EQ(KFr_Fibex_Open(nullptr), 9);
-    char name[64] = "";
-    const auto h = rxHeader(10, 0);
-    EXPECT_EQ(KFr_Fibex_GetFrameName(h.data(), name), 0) << "the database was dropped";
-    EXPECT_STREQ(name, "Frame20");
-    EXPECT_EQ(KFr_Fibex_Close(), 0);
-    EXPECT_EQ(KFr_Fibex_Close(), 9);
-}
-
-TEST(FibexHandle, AFailedOpenLeavesNoDatabase) {
-    ASSERT_EQ(KFr_Fibex_Open(queriesFile().c_str()), 0);
-    EXPECT_EQ(KFr_Fibex_Open(dataFile("malformed.xml").c_str()), 7);
-    EXPECT_EQ(KFr_Fibex_Open(dataFile("version-3.1-unsupported.xml").c_str()), 7);
-    char name[64];
-    const auto h = rxHeader(10, 0);
-    EXPECT_EQ(KFr_Fibex_GetFrameName(h.data(), name), 9);
-    EXPECT_EQ(KFr_Fibex_Close(), 9);
-}
-
-// Every query answers 9 without a database and leaves its outputs alone.
-TEST(FibexHandle, EveryQueryAnswers9WithoutADatabase) {
-    KFr_Fibex_Close();
-    unsigned char block[64], node[48], cc[8], payload[64], header[28] = {};
-    char name[64];
-    unsigned char first = 0;
-    unsigned int length = 0;
-    float value = 0;
-    fnpt controller;
-    std::memset(block, 0xA5, sizeof block);
-    struct Row {
-        const char* what;
-        unsigned char status;
-    };
-    const Row rows[] = {
-        {"GetFrameName", KFr_Fibex_GetFrameName(header, name)},
-        {"GetFrameName_BySignalName",
-         KFr_Fibex_GetFrameName_BySignalName("Sig01_Speed", name, &first)},
-        {"GetMaxNameLength", KFr_Fibex_GetMaxNameLength(&length)},
-        {"decodeSignal", KFr_Fibex_decodeSignal(header, payload, "Sig01_Speed", &value)},
-        {"encodeSignal", KFr_Fibex_encodeSignal("Sig01_Speed", 1.0f, payload, 48)},
-        {"GetSlotParameter", KFr_Fibex_GetSlotParameter("Frame20", 0, 0, block)},
-        {"GetParameter", KFr_Fibex_GetParameter("QueryCluster", "NodeA", block, node, cc)},
-        {"GetControllerParameter", KFr_Fibex_GetControllerParameter("NodeA", &controller)},
-        {"GetPDUinfo", KFr_Fibex_GetPDUinfo("FR_TWO", 0, block)},
-        {"Set_Slot_Parameter_Wrapper", KFr_Fibex_Set_Slot_Parameter_Wrapper(1, 0, "Frame20", 0, 0)},
-    };
-    for (const Row& r : rows)
-        EXPECT_EQ(r.status, 9) << r.what;
-    for (unsigned char b : block)
-        ASSERT_EQ(b, 0xA5) << "a block was written";
-}
-
 // ---- name queries ------------------------------------------------------------------------------
 
 class NameQueries : public FibexDatabaseTest {};
@@ -138,17 +79,6 @@ TEST_F(NameQueries, MaxNameLengthHoldsTheLongestNameAndItsTerminator) {
     ASSERT_EQ(KFr_Fibex_GetMaxNameLength(&length), 0);
     EXPECT_EQ(length, std::strlen("Sig06_Torque_UB") + 1);
     EXPECT_EQ(KFr_Fibex_GetMaxNameLength(nullptr), 5);
-}
-
-TEST_F(NameQueries, NullArgumentsAreRefused) {
-    char name[64];
-    unsigned char first;
-    const auto h = rxHeader(10, 0);
-    EXPECT_EQ(KFr_Fibex_GetFrameName(nullptr, name), 5);
-    EXPECT_EQ(KFr_Fibex_GetFrameName(h.data(), nullptr), 5);
-    EXPECT_EQ(KFr_Fibex_GetFrameName_BySignalName(nullptr, name, &first), 5);
-    EXPECT_EQ(KFr_Fibex_GetFrameName_BySignalName("Sig01_Speed", nullptr, &first), 5);
-    EXPECT_EQ(KFr_Fibex_GetFrameName_BySignalName("Sig01_Speed", name, nullptr), 5);
 }
 
 // ---- the codec through its exports -------------------------------------------------------------
