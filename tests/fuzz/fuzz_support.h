@@ -7,11 +7,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -175,6 +177,88 @@ inline constexpr float kValues[] = {0.0f,
                                     std::numeric_limits<float>::quiet_NaN()};
 inline float valueAt(std::size_t i) {
     return kValues[i % (sizeof kValues / sizeof kValues[0])];
+}
+
+// One format's database exports, so that one exercise serves both readers' fuzz targets.
+struct DatabaseExports {
+    unsigned char (*getMaxNameLength)(unsigned int*);
+    SlotQuery getSlotParameter;
+    unsigned char (*getFrameName)(const unsigned char*, char*);
+    unsigned char (*getFrameNameBySignalName)(const char*, char*, unsigned char*);
+    unsigned char (*decodeSignal)(const unsigned char*, const unsigned char*, const char*, float*);
+    unsigned char (*encodeSignal)(const char*, float, unsigned char*, unsigned char);
+    unsigned char (*getParameter)(const char*, const char*, unsigned char*, unsigned char*,
+                                  unsigned char*);
+    unsigned char (*getControllerParameter)(const char*, fnpt*);
+    unsigned char (*setSlotParameter)(unsigned char, unsigned char, const char*, unsigned char,
+                                      unsigned char);
+    unsigned char (*transmit)(unsigned char, unsigned char, const char*, unsigned char*,
+                              unsigned char);
+};
+
+// Uses a loaded database the way an application does: name and slot queries per frame, the
+// codec on every signal (decoded at its frame's slot and cycle from the input's own bytes,
+// encoded into a payload of exactly its frame's length and into one byte), cluster and node
+// parameters, and the by-name device exports (no device is open, so only their database half
+// runs). Name buffers have exactly the size the database reports, so the address sanitizer
+// sees any write past them.
+inline void exerciseDatabase(const DatabaseExports& db, const Names& names,
+                             const std::uint8_t* data, std::size_t size) {
+    unsigned int maxName = 0;
+    if (db.getMaxNameLength(&maxName) == 0 && maxName > 0) {
+        std::vector<char> nameBuf(maxName);
+        const std::uint8_t salt = data[size / 2];
+        for (const std::string& frame : names.frames) {
+            unsigned char header[28] = {};
+            if (headerForFrame(db.getSlotParameter, frame, header))
+                db.getFrameName(header, nameBuf.data());
+            unsigned char block[12];
+            db.getSlotParameter(frame.c_str(), salt, static_cast<unsigned char>(~salt), block);
+        }
+        std::vector<unsigned char> payload(510);
+        for (std::size_t i = 0; i < payload.size(); ++i)
+            payload[i] = data[i % size];
+        std::size_t i = 0;
+        for (const std::string& signal : names.signals) {
+            unsigned char firstUse = 0;
+            unsigned char header[28] = {};
+            if (db.getFrameNameBySignalName(signal.c_str(), nameBuf.data(), &firstUse) == 0)
+                headerForFrame(db.getSlotParameter, nameBuf.data(), header);
+            float value = 0.0f;
+            db.decodeSignal(header, payload.data(), signal.c_str(), &value);
+            const auto length =
+                static_cast<unsigned char>(std::min(std::max(2u * header[20], 1u), 255u));
+            std::unique_ptr<unsigned char[]> out(new unsigned char[length]());
+            db.encodeSignal(signal.c_str(), valueAt(i++), out.get(), length);
+            unsigned char one = 0;
+            db.encodeSignal(signal.c_str(), value, &one, 1);
+        }
+        // A header at slot 0xFFFF / cycle 63 names no frame.
+        unsigned char header[28] = {};
+        header[16] = header[17] = 0xFF;
+        header[19] = 63;
+        db.getFrameName(header, nameBuf.data());
+    }
+    std::size_t pairs = 0;
+    for (const std::string& cluster : names.clusters) {
+        for (const std::string& ecu : names.ecus) {
+            if (++pairs > 16) break;
+            unsigned char clusterBlock[36];
+            unsigned char nodeBlock[48];
+            unsigned char ccBlock[5];
+            db.getParameter(cluster.c_str(), ecu.c_str(), clusterBlock, nodeBlock, ccBlock);
+        }
+    }
+    for (const std::string& ecu : names.ecus) {
+        fnpt node;
+        db.getControllerParameter(ecu.c_str(), &node);
+    }
+    if (!names.frames.empty()) {
+        const char* frame = names.frames.front().c_str();
+        db.setSlotParameter(0, 0, frame, 0, 0);
+        unsigned char bytes[8] = {};
+        db.transmit(0, 0, frame, bytes, sizeof bytes);
+    }
 }
 
 }  // namespace kelo_fuzz
