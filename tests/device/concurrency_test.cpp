@@ -4,9 +4,9 @@
 #include <array>
 #include <thread>
 
-#include "device_fixture.h"
+#include "support/device_harness.h"
 
-namespace kelo_test {
+namespace kelo_testing {
 namespace {
 
 constexpr int kRounds = 50;
@@ -27,7 +27,7 @@ int runConcurrently(int threads, const std::function<int(int, int)>& body) {
 }
 
 TEST(DeviceConcurrency, DifferentCommandsFromManyThreads) {
-    Link link(host::kConcurrentCommands);
+    Link link;
     ASSERT_TRUE(link.open());
     link.emu.setRegisterWord(1, 1, 0x5EED5EEDu);
     link.emu.setNmVector({1, 2, 3});
@@ -62,7 +62,7 @@ TEST(DeviceConcurrency, DifferentCommandsFromManyThreads) {
 
 // Node-state queries (and the PSR query built on them) from several threads at once.
 TEST(DeviceConcurrency, NodeStateQueriesFromManyThreads) {
-    Link link(host::kConcurrentNodeState);
+    Link link;
     ASSERT_TRUE(link.open());
     link.emu.setPsrWords({0x0000, 0xBBBB, 0xCCCC, 0xDDDD});
     link.emu.setNodeState(5, 0x21);
@@ -82,7 +82,7 @@ TEST(DeviceConcurrency, NodeStateQueriesFromManyThreads) {
 
 // FlexRay transmissions from several threads, each into its own buffer.
 TEST(DeviceConcurrency, FlexRayTransmitFromManyThreads) {
-    Link link(host::kConcurrentTransmit);
+    Link link;
     ASSERT_TRUE(link.open());
     const int failures = runConcurrently(4, [&](int t, int round) -> int {
         Bytes data = {std::uint8_t(t), std::uint8_t(round), 0xAB, 0xCD};
@@ -97,7 +97,7 @@ TEST(DeviceConcurrency, FlexRayTransmitFromManyThreads) {
 
 // CAN transmissions from several threads: each still sees a reply naming its channel.
 TEST(DeviceConcurrency, CanTransmitFromManyThreads) {
-    Link link(host::kConcurrentCanTransmit);
+    Link link;
     ASSERT_TRUE(link.open(Bus::Can, 2));
     const int failures = runConcurrently(4, [&](int t, int round) -> int {
         Bytes frame = {std::uint8_t(t), std::uint8_t(round), 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
@@ -110,7 +110,7 @@ TEST(DeviceConcurrency, CanTransmitFromManyThreads) {
 
 // A consumer draining the queue while the device uploads: every record, once, in order.
 TEST(DeviceConcurrency, ConsumerDrainsWhileUploadsArrive) {
-    Link link(host::kConcurrentReceive);
+    Link link;
     ASSERT_TRUE(link.open());
     ASSERT_EQ(link.dev->Fr_StartFrRxUpload(0), 0);
     constexpr std::uint32_t kRecords = 30000;
@@ -131,4 +131,4 @@ TEST(DeviceConcurrency, ConsumerDrainsWhileUploadsArrive) {
 }
 
 }  // namespace
-}  // namespace kelo_test
+}  // namespace kelo_testing

@@ -1,9 +1,9 @@
 // Opening a device as the emulator sees it: device information (198, up to five tries) and then
 // the connect command (192), the software version taken from the information record, and the
 // CAN channel that CAN_Open stores.
-#include "device_fixture.h"
+#include "support/device_harness.h"
 
-namespace kelo_test {
+namespace kelo_testing {
 namespace {
 
 using kelo::emu::DeviceEmulator;
@@ -17,8 +17,8 @@ std::vector<std::uint8_t> commandsOf(const DeviceEmulator& emu) {
 
 // A fresh object: device information, then connect, with consecutive host sequences from 0.
 TEST(DeviceOpen, AsksForDeviceInformationThenConnects) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenWire));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
 
     ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
@@ -36,8 +36,8 @@ TEST(DeviceOpen, AsksForDeviceInformationThenConnects) {
 
 // Four refusals of the device information: the fifth try succeeds and the open goes on.
 TEST(DeviceOpen, RetriesDeviceInformationUpToFiveTimes) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenRetry));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 4);
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
 
@@ -47,29 +47,10 @@ TEST(DeviceOpen, RetriesDeviceInformationUpToFiveTimes) {
     EXPECT_EQ(dev->Fr_Close(), 0);
 }
 
-// Five refusals: the open fails with the last result and never connects. Deleting the object
-// afterwards does not hang on the threads the open started.
-TEST(DeviceOpen, FiveRefusalsFailWithOneAndNeverConnect) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenFiveRefusals));
-    ASSERT_TRUE(emu.start());
-    emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 5);
-    CommunicationLib* dev = GetKeLoComm();
-
-    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 1);
-
-    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), 5u);
-    EXPECT_EQ(emu.count(kelo::kCmdConnect), 0u);
-    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), commandsSent(emu).size());
-    ASSERT_TRUE(finishesWithin(std::chrono::seconds(10), [dev] {
-        dev->CAN_Close();
-        delete dev;
-    }));
-}
-
 // A refused connect fails the open with 1.
 TEST(DeviceOpen, RefusedConnectFailsWithOne) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenConnectRefused));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     emu.refuse(kelo::kCmdConnect, 0x44);
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
 
@@ -78,24 +59,10 @@ TEST(DeviceOpen, RefusedConnectFailsWithOne) {
     dev->CAN_Close();
 }
 
-// The software version is bytes 0-3 of the device information record (little-endian).
-TEST(DeviceOpen, SoftwareVersionComesFromInformationBytesZeroToThree) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenVersion));
-    ASSERT_TRUE(emu.start());
-    emu.setSoftwareVersion(0x0A0B0C0Du);
-    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
-    unsigned int version = 0;
-
-    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
-    EXPECT_EQ(dev->get_software_version(&version), 0);
-    EXPECT_EQ(version, 0x0A0B0C0Du);
-    EXPECT_EQ(dev->Fr_Close(), 0);
-}
-
 // GetDeviceInfo hands out the whole 72-byte record the device answered, its status byte included.
 TEST(DeviceOpen, GetDeviceInfoCopiesTheWholeRecord) {
-    DeviceEmulator emu(emulatorAddress(host::kOpenDeviceInfo));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     std::array<std::uint8_t, 72> info;
     for (std::size_t i = 0; i < info.size(); ++i)
         info[i] = std::uint8_t(0x90 + i);
@@ -121,20 +88,10 @@ TEST(DeviceOpen, GetDeviceInfoCopiesTheWholeRecord) {
     EXPECT_EQ(dev->Fr_Close(), 0);
 }
 
-// CAN_Open keeps its channel and every CAN command carries it; an object opened for FlexRay
-// carries the default channel 255.
-TEST(DeviceOpen, CanOpenStoresTheChannelForCanCommands) {
-    Link link(host::kOpenCanChannel);
-    ASSERT_TRUE(link.open(Bus::Can, 6));
-    EXPECT_EQ(link.dev->canChannel(), 6);
-    EXPECT_EQ(link.dev->CAN_Start(2), 0);
-    EXPECT_EQ(link.dev->CAN_Stop(2), 0);
-    EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStart), (std::vector<Bytes>{{2, 6}}));
-    EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStop), (std::vector<Bytes>{{2, 6}}));
-}
-
+// An object opened for FlexRay puts the default channel 255 into its CAN commands (the channel a
+// CAN open stores: the CAN exports' tests).
 TEST(DeviceOpen, FlexRayOpenLeavesTheDefaultCanChannel) {
-    Link link(host::kOpenFrDefaultChannel);
+    Link link;
     ASSERT_TRUE(link.open(Bus::FlexRay));
     EXPECT_EQ(link.dev->CAN_Start(2), 0);
     EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStart), (std::vector<Bytes>{{2, 255}}));
@@ -145,8 +102,8 @@ TEST(DeviceOpen, FlexRayOpenLeavesTheDefaultCanChannel) {
 // A device that never answers: five tries of 5000 ms each, then the open gives up with 2 and
 // never sends the connect command.
 TEST(DeviceOpenSlow, SilentDeviceFailsAfterFiveTriesWithTwo) {
-    DeviceEmulator emu(emulatorAddress(host::kSlowOpenDropped));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     emu.drop(kelo::kCmdGetDeviceInfo);
     CommunicationLib* dev = GetKeLoComm();
 
@@ -163,4 +120,4 @@ TEST(DeviceOpenSlow, SilentDeviceFailsAfterFiveTriesWithTwo) {
 }
 
 }  // namespace
-}  // namespace kelo_test
+}  // namespace kelo_testing

@@ -2,16 +2,12 @@
 // and its result when the device accepts (0), refuses (1), never answers (2, slow suite) and when
 // the frame cannot be sent at all (3).
 #include <algorithm>
-#include <mutex>
 #include <thread>
-#include <utility>
 
-#include "device_fixture.h"
+#include "support/device_harness.h"
 
-namespace kelo_test {
+namespace kelo_testing {
 namespace {
-
-using kelo::emu::DeviceEmulator;
 
 constexpr std::uint8_t kCanChannel = 3;
 constexpr std::uint8_t kController = 1;
@@ -22,11 +18,10 @@ struct WireFrame {
 };
 
 struct Operation {
-    const char* name;
+    std::string name;
     Bus bus;
     std::uint8_t command;  // the command whose reply decides the result
-    unsigned waitMs;       // how long the operation waits for that reply
-    bool awaitsReply;
+    unsigned waitMs;       // how long the operation waits for that reply (0: it does not)
     std::function<unsigned char(CommunicationLib&)> run;
     std::vector<WireFrame> wire;  // every frame sent when the device accepts, in order
     // Runs after the open, before the frames are recorded (emulator state the operation reads).
@@ -35,29 +30,8 @@ struct Operation {
 
 // Caller records carry sentinel bytes past the length the operation sends, so an over-long
 // payload shows as a mismatch.
-Bytes clusterRecord() {
-    Bytes b = ramp(48, 0x30);
-    b[0] = kController;
-    return b;
-}
-Bytes nodeRecord() {
-    Bytes b = ramp(60, 0x40);
-    b[0] = kController;
-    return b;
-}
-Bytes ccRecord() {
-    return {kController, 0x51, 0x52, 0x53, 0x54, 0x55, 0xE6, 0xE7};
-}
-Bytes keySlotRecord() {
-    return {0x00, 0x71, 0x72, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0xE9, 0xEA};
-}
-Bytes slotRecord() {
-    // controller, buffer index placeholder, then the 12-byte slot block.
-    return {kController, 0xFF, 0x00, 0x05, 0x00, 0x00, 0x08, 0x00,
-            0x01,        0x01, 0x00, 0x01, 0x00, 0x00, 0xEE, 0xEF};
-}
-Bytes fifoRecord() {
-    Bytes b = ramp(50, 0x80);
+Bytes record(std::size_t n, std::uint8_t first) {
+    Bytes b = ramp(n, first);
     b[0] = kController;
     return b;
 }
@@ -68,6 +42,20 @@ Bytes withByte(Bytes b, std::size_t at, std::uint8_t v) {
     b[at] = v;
     return b;
 }
+// A record operation: passes a copy of `r` and expects the first `sent` bytes as frame `command`.
+template <typename Arg>
+Operation recordOp(const char* name, std::uint8_t command, const Bytes& r, std::size_t sent,
+                   unsigned char (CommunicationLib::*fn)(Arg)) {
+    return {name,
+            Bus::FlexRay,
+            command,
+            1000,
+            [r, fn](CommunicationLib& d) {
+                Bytes copy = r;
+                return (d.*fn)(reinterpret_cast<Arg>(copy.data()));
+            },
+            {{command, firstN(r, sent)}}};
+}
 
 const Bytes kFrData = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xEE, 0xEF};
 const Bytes kReplay = ramp(12, 0xB0);
@@ -76,9 +64,8 @@ const Bytes kCanData = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xEE};
 const Bytes kCanFrame = {0x23, 0x01, 0x00, 0x00, 0x01, 0x01, 0x00, 0x01, 0x05, 0xEE, 0xEE, 0xEE};
 
 Bytes canTransmitPayload() {
-    Bytes header = zeros(24);
+    Bytes header = zeros(24), entry = zeros(40);
     header[16] = 1;
-    Bytes entry = zeros(40);
     entry[20] = 2;
     entry[21] = kCanChannel;
     const Bytes flags = le32(0x40000000u | 0x800000u | 0x100000u);
@@ -89,211 +76,258 @@ Bytes canTransmitPayload() {
 }
 
 Bytes multiFramePayload() {
-    Bytes header = zeros(24);
+    Bytes header = zeros(24), e0 = zeros(40);
     header[16] = 2;  // count; counter (bytes 20-23) is 0 on a fresh object
-    Bytes e0 = zeros(40);
     e0[20] = 1;
     e0[21] = kController;
     e0[22] = 9;
     e0[33] = 2;
-    Bytes e1 = e0;
-    e1[22] = 10;
-    e1[33] = 1;
+    Bytes e1 = withByte(withByte(e0, 22, 10), 33, 1);
     return cat({header, e0, {0xA0, 0xA1, 0xA2, 0xA3}, e1, {0xB0, 0xB1}});
 }
 
-unsigned char runMultiFrame(CommunicationLib& d) {
-    Bytes a = {0xA0, 0xA1, 0xA2, 0xA3};
-    Bytes b = {0xB0, 0xB1};
-    if (d.Fr_FillData_beforeTransmit_MultiFrame(0, 9, a.data(), 4) != 0) return 0xF0;
-    if (d.Fr_FillData_beforeTransmit_MultiFrame(1, 10, b.data(), 2) != 0) return 0xF1;
-    unsigned char result = 0;
-    return d.Fr_Transmit_MultiFrame(kController, 2, &result, 1);
-}
-
 std::vector<Operation> operations() {
-    const Bytes c = clusterRecord();
-    const Bytes f = fifoRecord();
+    using L = CommunicationLib;
+    const Bytes cluster = record(48, 0x30), fifo = record(50, 0x80);
+    const Bytes slot = {kController, 0xFF, 0x00, 0x05, 0x00, 0x00, 0x08, 0x00,
+                        0x01,        0x01, 0x00, 0x01, 0x00, 0x00, 0xEE, 0xEF};
+    const Bytes keySlot = {0x00, 0x71, 0x72, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0xE9, 0xEA};
     std::vector<Operation> ops = {
-        // ---- FlexRay configuration
-        {"Fr_Set_Cluster_Parameter", Bus::FlexRay, 96, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = clusterRecord();
-             return d.Fr_Set_Cluster_Parameter(r.data());
-         },
-         {{139, {1, kController, 0, 0, 0x00, 0x00, 0x00, 0xA0}}, {96, firstN(c, 40)}}},
-        {"Fr_Set_Node_Parameter", Bus::FlexRay, 98, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = nodeRecord();
-             return d.Fr_Set_Node_Parameter(reinterpret_cast<const char*>(r.data()));
-         },
-         {{98, firstN(nodeRecord(), 52)}}},
-        {"Fr_Set_CC_Parameter", Bus::FlexRay, 100, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = ccRecord();
-             return d.Fr_Set_CC_Parameter(reinterpret_cast<const char*>(r.data()));
-         },
-         {{100, firstN(ccRecord(), 6)}}},
-        {"SetTimeOffset", Bus::FlexRay, 210, 1000, true,
-         [](CommunicationLib& d) { return d.SetTimeOffset(2); },
+        recordOp("Fr_Set_Node_Parameter", 98, record(60, 0x40), 52, &L::Fr_Set_Node_Parameter),
+        recordOp("Fr_Set_CC_Parameter", 100, {kController, 0x51, 0x52, 0x53, 0x54, 0x55, 0xE6}, 6,
+                 &L::Fr_Set_CC_Parameter),
+        recordOp("Fr_SetFrPhyNodeKeySlot", 211, keySlot, 9, &L::Fr_SetFrPhyNodeKeySlot),
+        recordOp("Fr_Set_Slot_Parameter", 102, slot, 14, &L::Fr_Set_Slot_Parameter),
+    };
+    ops.push_back(
+        recordOp("Fr_Set_Cluster_Parameter", 96, cluster, 40, &L::Fr_Set_Cluster_Parameter));
+    ops.back().wire.insert(ops.back().wire.begin(),
+                           {139, {1, kController, 0, 0, 0x00, 0x00, 0x00, 0xA0}});
+    ops.push_back(recordOp("Fr_Set_Fifo_Parameter", 105, fifo, 46, &L::Fr_Set_Fifo_Parameter));
+    ops.back().wire = {{105, withByte(firstN(fifo, 46), 2, 0)},
+                       {105, withByte(firstN(fifo, 46), 2, 1)}};
+
+    // The operations that send the controller byte alone.
+    const struct {
+        const char* name;
+        unsigned char (L::*fn)(unsigned char);
+        std::uint8_t command;
+        unsigned waitMs;
+    } single[] = {{"Fr_Configure_Node", &L::Fr_Configure_Node, 107, 1000},
+                  {"Fr_Start_Node", &L::Fr_Start_Node, 108, 1000},
+                  {"Fr_Stop", &L::Fr_Stop, 110, 3000},
+                  {"Fr_StartFrRxUpload", &L::Fr_StartFrRxUpload, 113, 1000},
+                  {"Fr_StopFrRxUpload", &L::Fr_StopFrRxUpload, 114, 1000},
+                  {"Fr_SendWakeUp", &L::Fr_SendWakeUp, 120, 1000}};
+    for (const auto& s : single)
+        ops.push_back({s.name,
+                       Bus::FlexRay,
+                       s.command,
+                       s.waitMs,
+                       [fn = s.fn](L& d) { return (d.*fn)(kController); },
+                       {{s.command, {kController}}}});
+
+    std::vector<Operation> more = {
+        {"SetTimeOffset",
+         Bus::FlexRay,
+         210,
+         1000,
+         [](L& d) { return d.SetTimeOffset(2); },
          {{210, le64(2000000000ull)}}},
-        {"Fr_SetFrPhyNodeKeySlot", Bus::FlexRay, 211, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = keySlotRecord();
-             return d.Fr_SetFrPhyNodeKeySlot(reinterpret_cast<const char*>(r.data()));
-         },
-         {{211, firstN(keySlotRecord(), 9)}}},
-        {"Fr_Set_Slot_Parameter", Bus::FlexRay, 102, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = slotRecord();
-             return d.Fr_Set_Slot_Parameter(r.data());
-         },
-         {{102, firstN(slotRecord(), 14)}}},
-        {"Fr_Set_Fifo_Parameter", Bus::FlexRay, 105, 1000, true,
-         [](CommunicationLib& d) {
-             Bytes r = fifoRecord();
-             return d.Fr_Set_Fifo_Parameter(r.data());
-         },
-         {{105, withByte(firstN(f, 46), 2, 0)}, {105, withByte(firstN(f, 46), 2, 1)}}},
-        // ---- node control
-        {"Fr_Configure_Node", Bus::FlexRay, 107, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_Configure_Node(kController); },
-         {{107, {kController}}}},
-        {"Fr_Start_Node", Bus::FlexRay, 108, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_Start_Node(kController); },
-         {{108, {kController}}}},
-        {"Fr_Stop", Bus::FlexRay, 110, 3000, true,
-         [](CommunicationLib& d) { return d.Fr_Stop(kController); }, {{110, {kController}}}},
-        {"Fr_StartFrRxUpload", Bus::FlexRay, 113, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_StartFrRxUpload(kController); },
-         {{113, {kController}}}},
-        {"Fr_StopFrRxUpload", Bus::FlexRay, 114, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_StopFrRxUpload(kController); },
-         {{114, {kController}}}},
-        {"Fr_SendWakeUp", Bus::FlexRay, 120, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_SendWakeUp(kController); },
-         {{120, {kController}}}},
-        // ---- queries
-        {"Fr_GetFrNodeState", Bus::FlexRay, 116, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_GetFrNodeState",
+         Bus::FlexRay,
+         116,
+         1000,
+         [](L& d) {
              unsigned char state = 0, sub = 0;
              return d.Fr_GetFrNodeState(kController, &state, &sub);
          },
          {{116, {kController}}}},
-        {"Fr_GetFrPSRState", Bus::FlexRay, 116, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_GetFrPSRState",
+         Bus::FlexRay,
+         116,
+         1000,
+         [](L& d) {
              unsigned char psr[8] = {};
              return d.Fr_GetFrPSRState(kController, psr);
          },
          {{116, {kController}}}},
-        {"Fr_GetFrNWVector", Bus::FlexRay, 121, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_GetFrNWVector",
+         Bus::FlexRay,
+         121,
+         1000,
+         [](L& d) {
              unsigned char vector[256] = {}, length = 0;
              return d.Fr_GetFrNWVector(kController, vector, &length);
          },
          {{121, {kController}}}},
-        {"Fr_ReadRegister", Bus::FlexRay, 150, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_ReadRegister",
+         Bus::FlexRay,
+         150,
+         1000,
+         [](L& d) {
              unsigned int word = 0;
              return d.Fr_ReadRegister(1, kController, &word);
          },
          {{150, {1, kController}}}},
-        {"Fr_ReadValue", Bus::FlexRay, 150, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_ReadValue",
+         Bus::FlexRay,
+         150,
+         1000,
+         [](L& d) {
              unsigned int value = 0;
              return d.Fr_ReadValue(1, kController, 1, &value);
          },
          {{150, {1, kController}}}},
-        {"GetDeviceInfo", Bus::FlexRay, 198, 5000, true,
-         [](CommunicationLib& d) {
+        {"GetDeviceInfo",
+         Bus::FlexRay,
+         198,
+         5000,
+         [](L& d) {
              unsigned char info[72];
              return d.GetDeviceInfo(info);
          },
          {{198, {}}}},
-        // ---- controller registers
-        {"Fr_WriteRegister", Bus::FlexRay, 149, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_WriteRegister(1, kController, 0xCAFEBABEu); },
+        {"Fr_WriteRegister",
+         Bus::FlexRay,
+         149,
+         1000,
+         [](L& d) { return d.Fr_WriteRegister(1, kController, 0xCAFEBABEu); },
          {{149, cat({{1, kController}, le32(0xCAFEBABEu)})}}},
-        {"Fr_Set_WorkMode", Bus::FlexRay, 149, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_Set_WorkMode(1, kController, 1, 1); },
+        {"Fr_Set_WorkMode",
+         Bus::FlexRay,
+         149,
+         1000,
+         [](L& d) { return d.Fr_Set_WorkMode(1, kController, 1, 1); },
          {{149, cat({{1, kController}, le32(0x20000002u)})}}},
-        {"Fr_WriteValue", Bus::FlexRay, 149, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_WriteValue(1, kController, 0, 1); },
+        {"Fr_WriteValue",
+         Bus::FlexRay,
+         149,
+         1000,
+         [](L& d) { return d.Fr_WriteValue(1, kController, 0, 1); },
          {{150, {1, kController}}, {149, cat({{1, kController}, le32(0x10000005u)})}},
          [](Link& l) { l.emu.setRegisterWord(1, kController, 0x00000005u); }},
-        // ---- device management
-        {"SetDeviceText", Bus::FlexRay, 194, 1000, true,
-         [](CommunicationLib& d) { return d.SetDeviceText("KeLo bench 7"); },
+        {"SetDeviceText",
+         Bus::FlexRay,
+         194,
+         1000,
+         [](L& d) { return d.SetDeviceText("KeLo bench 7"); },
          {{194, cat({{'K', 'e', 'L', 'o', ' ', 'b', 'e', 'n', 'c', 'h', ' ', '7'}, zeros(20)})}}},
-        {"FrSetDevIp", Bus::FlexRay, 195, 1000, true,
-         [](CommunicationLib& d) { return d.FrSetDevIp("192.168.1.20"); },
+        {"FrSetDevIp",
+         Bus::FlexRay,
+         195,
+         1000,
+         [](L& d) { return d.FrSetDevIp("192.168.1.20"); },
          {{195, {20, 1, 168, 192}}}},
-        {"SetDeviceOption", Bus::FlexRay, 197, 1000, true,
-         [](CommunicationLib& d) { return d.SetDeviceOption(0x5A); }, {{197, {0x5A}}}},
-        {"ResetCPU", Bus::FlexRay, 22, 0, false, [](CommunicationLib& d) { return d.ResetCPU(); },
-         {{22, {}}}},
-        // ---- CAN
-        {"CAN_SetBusParameter", Bus::Can, 130, 1000, true,
-         [](CommunicationLib& d) {
+        {"SetDeviceOption",
+         Bus::FlexRay,
+         197,
+         1000,
+         [](L& d) { return d.SetDeviceOption(0x5A); },
+         {{197, {0x5A}}}},
+        {"ResetCPU", Bus::FlexRay, 22, 0, [](L& d) { return d.ResetCPU(); }, {{22, {}}}},
+        {"CAN_SetBusParameter",
+         Bus::Can,
+         130,
+         1000,
+         [](L& d) {
              Bytes b = ramp(56, 0x10);
              return d.CAN_SetBusParameter(2, kCanChannel, b.data());
          },
          {{130, cat({{2, kCanChannel, 0, 0}, ramp(48, 0x10)})}}},
-        {"CAN_SetFilterParameter", Bus::Can, 132, 1000, true,
-         [](CommunicationLib& d) {
+        {"CAN_SetFilterParameter",
+         Bus::Can,
+         132,
+         1000,
+         [](L& d) {
              Bytes b = ramp(40, 0x20);
              return d.CAN_SetFilterParameter(2, kCanChannel, b.data());
          },
          {{132, cat({{2, kCanChannel, 0, 0}, ramp(32, 0x20)})}}},
-        {"CAN_SetOptionParameter", Bus::Can, 137, 1000, true,
-         [](CommunicationLib& d) {
+        {"CAN_SetOptionParameter",
+         Bus::Can,
+         137,
+         1000,
+         [](L& d) {
              Bytes b = ramp(50, 0x60);
              return d.CAN_SetOptionParameter(2, kCanChannel, b.data());
          },
          {{137, cat({{2, kCanChannel}, ramp(44, 0x60)})}}},
-        {"SetControllerMode", Bus::Can, 139, 1000, true,
-         [](CommunicationLib& d) { return d.SetControllerMode(2, kCanChannel, 0x11223344u); },
+        {"SetControllerMode",
+         Bus::Can,
+         139,
+         1000,
+         [](L& d) { return d.SetControllerMode(2, kCanChannel, 0x11223344u); },
          {{139, {2, kCanChannel, 0, 0, 0x44, 0x33, 0x22, 0x11}}}},
-        {"CAN_Start", Bus::Can, 142, 1000, true,
-         [](CommunicationLib& d) { return d.CAN_Start(1); }, {{142, {1, kCanChannel}}}},
-        {"CAN_Stop", Bus::Can, 143, 1000, true,
-         [](CommunicationLib& d) { return d.CAN_Stop(4); }, {{143, {4, kCanChannel}}}},
-        {"Fr_SetNodeRxTimeout", Bus::FlexRay, 153, 1000, true,
-         [](CommunicationLib& d) { return d.Fr_SetNodeRxTimeout(1, kController, 0x01020304u); },
+        {"CAN_Start",
+         Bus::Can,
+         142,
+         1000,
+         [](L& d) { return d.CAN_Start(1); },
+         {{142, {1, kCanChannel}}}},
+        {"CAN_Stop",
+         Bus::Can,
+         143,
+         1000,
+         [](L& d) { return d.CAN_Stop(4); },
+         {{143, {4, kCanChannel}}}},
+        {"Fr_SetNodeRxTimeout",
+         Bus::FlexRay,
+         153,
+         1000,
+         [](L& d) { return d.Fr_SetNodeRxTimeout(1, kController, 0x01020304u); },
          {{153, {1, kController, 0x04, 0x03, 0x02, 0x01}}}},
-        {"CAN_SetNodeRxTimeout", Bus::Can, 153, 1000, true,
-         [](CommunicationLib& d) {
+        {"CAN_SetNodeRxTimeout",
+         Bus::Can,
+         153,
+         1000,
+         [](L& d) {
              Bytes config = {0x10, 0x20, 0x30, 0x40, 0xEE, 0xEF};
              return d.CAN_SetNodeRxTimeout(config.data());
          },
          {{153, {2, kCanChannel, 0x10, 0x20, 0x30, 0x40}}}},
-        // ---- transmit
-        {"Fr_Transmit", Bus::FlexRay, 111, 1000, true,
-         [](CommunicationLib& d) {
+        {"Fr_Transmit",
+         Bus::FlexRay,
+         111,
+         1000,
+         [](L& d) {
              Bytes data = kFrData;
              return d.Fr_Transmit(kController, 7, data.data(), 3);
          },
          {{111, cat({{kController, 7, 3, 0}, firstN(kFrData, 6)})}}},
-        {"Fr_ReplaySend", Bus::FlexRay, 112, 500, true,
-         [](CommunicationLib& d) {
+        {"Fr_ReplaySend",
+         Bus::FlexRay,
+         112,
+         500,
+         [](L& d) {
              return d.Fr_ReplaySend(kController, 2, reinterpret_cast<const char*>(kReplay.data()),
                                     10);
          },
          {{112, cat({{kController, 2}, firstN(kReplay, 10)})}}},
-        {"CAN_Transmit", Bus::Can, 145, 1000, true,
-         [](CommunicationLib& d) {
+        {"CAN_Transmit",
+         Bus::Can,
+         145,
+         1000,
+         [](L& d) {
              Bytes frame = kCanFrame, data = kCanData;
              return d.CAN_Transmit(frame.data(), data.data());
          },
          {{145, canTransmitPayload()}}},
-        {"Fr_Transmit_MultiFrame", Bus::FlexRay, 145, 1000, true, runMultiFrame,
+        {"Fr_Transmit_MultiFrame",
+         Bus::FlexRay,
+         145,
+         1000,
+         [](L& d) {
+             Bytes a = {0xA0, 0xA1, 0xA2, 0xA3}, b = {0xB0, 0xB1};
+             if (d.Fr_FillData_beforeTransmit_MultiFrame(0, 9, a.data(), 4) != 0) return 0xF0;
+             if (d.Fr_FillData_beforeTransmit_MultiFrame(1, 10, b.data(), 2) != 0) return 0xF1;
+             unsigned char result = 0;
+             return int(d.Fr_Transmit_MultiFrame(kController, 2, &result, 1));
+         },
          {{145, multiFramePayload()}}},
     };
+    ops.insert(ops.end(), more.begin(), more.end());
     return ops;
-}
-
-std::string operationName(const ::testing::TestParamInfo<Operation>& info) {
-    return info.param.name;
 }
 
 class DeviceOperations : public ::testing::TestWithParam<Operation> {};
@@ -301,7 +335,7 @@ class DeviceOperations : public ::testing::TestWithParam<Operation> {};
 // The frames the operation sends, byte for byte, and its result when the device accepts.
 TEST_P(DeviceOperations, AcceptedSendsExactFramesAndReturnsZero) {
     const Operation& op = GetParam();
-    Link link(host::kOpsAccepted);
+    Link link;
     ASSERT_TRUE(link.open(op.bus, kCanChannel));
     if (op.prepare) op.prepare(link);
     link.emu.clearReceived();
@@ -329,11 +363,11 @@ TEST_P(DeviceOperations, AcceptedSendsExactFramesAndReturnsZero) {
 // A non-zero status in the reply gives 1; ResetCPU waits for nothing and stays 0.
 TEST_P(DeviceOperations, RefusedReturnsOne) {
     const Operation& op = GetParam();
-    Link link(host::kOpsRefused);
+    Link link;
     ASSERT_TRUE(link.open(op.bus, kCanChannel));
     if (op.prepare) op.prepare(link);
     link.emu.refuse(op.command, 0x21);
-    EXPECT_EQ(op.run(*link.dev), op.awaitsReply ? 1 : 0);
+    EXPECT_EQ(op.run(*link.dev), op.waitMs ? 1 : 0);
 }
 
 // An object that was never opened has no link: nothing can be sent.
@@ -345,45 +379,42 @@ TEST_P(DeviceOperations, NeverOpenedReturnsThree) {
 // After the close the link is gone: 3, and nothing reaches the device.
 TEST_P(DeviceOperations, AfterCloseReturnsThreeAndSendsNothing) {
     const Operation& op = GetParam();
-    Link link(host::kOpsClosed);
+    Link link;
     ASSERT_TRUE(link.open(op.bus, kCanChannel));
     link.forget();
-    if (op.bus == Bus::FlexRay)
-        ASSERT_EQ(link.dev->Fr_Close(), 0);
-    else
-        ASSERT_EQ(link.dev->CAN_Close(), 0);
+    ASSERT_EQ(op.bus == Bus::FlexRay ? link.dev->Fr_Close() : link.dev->CAN_Close(), 0);
     link.emu.clearReceived();
     EXPECT_EQ(op.run(*link.dev), 3);
     EXPECT_TRUE(commandsSent(link.emu).empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, DeviceOperations, ::testing::ValuesIn(operations()), operationName);
-
-// ---- dropped replies (real waits) ---------------------------------------------------------------
+INSTANTIATE_TEST_SUITE_P(Table, DeviceOperations, ::testing::ValuesIn(operations()),
+                         [](const ::testing::TestParamInfo<Operation>& info) {
+                             return info.param.name;
+                         });
 
 // Every operation returns 2 once its wait has run out. The rows run in parallel lanes, one
-// emulator address per lane and the rows of a lane one after another, so the whole table costs
-// about the longest wait plus one second.
+// emulator per row and the rows of a lane one after another, so the whole table costs about the
+// longest wait plus one second.
 TEST(DeviceOperationsSlow, DroppedReplyReturnsTwoAfterItsWait) {
     std::vector<Operation> rows;
     for (auto& op : operations())
-        if (op.awaitsReply) rows.push_back(op);
-    // Longest waits first, so that they do not share an emulator with another row.
+        if (op.waitMs) rows.push_back(op);
+    // Longest waits first, so that they do not share a lane with another row.
     std::stable_sort(rows.begin(), rows.end(),
                      [](const Operation& a, const Operation& b) { return a.waitMs > b.waitMs; });
-
     struct Outcome {
         std::string setup;
         int result = -1;
         long long ms = 0;
     };
     std::vector<Outcome> outcomes(rows.size());
-    const int lanes = host::kSlowDroppedLast - host::kSlowDroppedFirst + 1;
+    const std::size_t lanes = 18;
     std::vector<std::thread> workers;
-    for (int lane = 0; lane < lanes && lane < int(rows.size()); ++lane) {
+    for (std::size_t lane = 0; lane < lanes && lane < rows.size(); ++lane) {
         workers.emplace_back([&, lane] {
             for (std::size_t i = lane; i < rows.size(); i += lanes) {
-                Link link(host::kSlowDroppedFirst + lane);
+                Link link;
                 ::testing::AssertionResult opened = link.open(rows[i].bus, kCanChannel);
                 if (!opened) {
                     outcomes[i].setup = opened.message();
@@ -399,7 +430,6 @@ TEST(DeviceOperationsSlow, DroppedReplyReturnsTwoAfterItsWait) {
     }
     for (auto& w : workers)
         w.join();
-
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(rows[i].name);
         EXPECT_EQ(outcomes[i].setup, "");
@@ -409,4 +439,4 @@ TEST(DeviceOperationsSlow, DroppedReplyReturnsTwoAfterItsWait) {
 }
 
 }  // namespace
-}  // namespace kelo_test
+}  // namespace kelo_testing

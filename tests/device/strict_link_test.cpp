@@ -3,9 +3,9 @@
 // answers nobody, CAN uploads need an open CAN channel and stop at the queue's cap, an address
 // that is not dotted IPv4 fails the open at once, and a close wakes the callers still waiting.
 #include "KeLoComm.h"
-#include "device_fixture.h"
+#include "support/device_harness.h"
 
-namespace kelo_test {
+namespace kelo_testing {
 namespace {
 
 using kelo::emu::CanEntry;
@@ -27,7 +27,7 @@ unsigned char answerWithWrongSequenceFirst(Link& link, std::uint16_t sequence) {
 }
 
 TEST(StrictLink, ReplyWithAnotherSequenceIsDropped) {
-    Link link(host::kStrictSequence);
+    Link link;
     link.dev->setStrict(true);
     ASSERT_TRUE(link.open());
     for (std::uint16_t sequence : {std::uint16_t{0x7777}, std::uint16_t{0}})
@@ -38,7 +38,7 @@ TEST(StrictLink, ReplyWithAnotherSequenceIsDropped) {
 // gets its own answer. (The default link lets the late reply answer the next call: see the
 // behaviour tests.)
 TEST(StrictLink, LateAndDuplicatedRepliesAnswerNobody) {
-    Link link(host::kStrictLateAndDuplicated);
+    Link link;
     link.dev->setStrict(true);
     ASSERT_TRUE(link.open());
     const std::uint8_t code = kelo::kCmdConfigureNode;
@@ -77,13 +77,13 @@ void uploadCanRecords(Link& link, std::size_t total) {
 
 TEST(StrictLink, CanQueueNeedsAnOpenChannelAndStopsAtItsCap) {
     {
-        Link flexRay(host::kStrictCanQueue);
+        Link flexRay;
         flexRay.dev->setStrict(true);
         ASSERT_TRUE(flexRay.open(Bus::FlexRay));
         uploadCanRecords(flexRay, 10);
         EXPECT_EQ(flexRay.dev->CAN_framesAvailable(), 0u) << "CAN is not open on this link";
     }
-    Link can(host::kStrictCanQueue);
+    Link can;
     can.dev->setStrict(true);
     ASSERT_TRUE(can.open(Bus::Can));
     uploadCanRecords(can, kelo::kCanQueueCap + 10);
@@ -96,7 +96,7 @@ TEST(StrictLink, CanQueueNeedsAnOpenChannelAndStopsAtItsCap) {
 
 // The default link keeps what the device sends, CAN open or not.
 TEST(DefaultLink, CanUploadsAreQueuedOnAFlexRayLink) {
-    Link link(host::kDefaultCanQueue);
+    Link link;
     ASSERT_TRUE(link.open(Bus::FlexRay));
     uploadCanRecords(link, 10);
     EXPECT_EQ(link.dev->CAN_framesAvailable(), 10u);
@@ -117,7 +117,7 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
     EXPECT_EQ(plain.Fr_Open(nullptr), 3);
     EXPECT_EQ(KFr_Open_Wrapper(nullptr), -3);
     // A dotted address opens as usual, and a flag the library does not know opens nothing.
-    Link link(host::kStrictAddress);
+    Link link;
     link.dev->setStrict(true);
     ASSERT_TRUE(link.open());
     EXPECT_EQ(KFr_OpenEx_Wrapper(link.addr(), 0x2), -5);
@@ -130,7 +130,7 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
 // A caller waiting for a reply when another thread closes the device returns 4 (link not open)
 // as soon as the close has its own answer, and the object is gone only after it left.
 TEST(CloseWakesWaiters, CommandWaitingForItsReplyReturnsFour) {
-    Link link(host::kCloseWakesCommand);
+    Link link;
     ASSERT_TRUE(link.open());
     link.emu.delay(kelo::kCmdConfigureNode, 600000, 1);
     auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
@@ -141,8 +141,8 @@ TEST(CloseWakesWaiters, CommandWaitingForItsReplyReturnsFour) {
 }
 
 TEST(CloseWakesWaiters, ExportWaitingWhileTheIndexIsClosed) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCloseWakesExport));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     for (bool can : {false, true}) {
         SCOPED_TRACE(can ? "CAN" : "FlexRay");
         const signed char idx = can ? KCAN_Open_Wrapper(emu.address().c_str(), 2)
@@ -161,4 +161,4 @@ TEST(CloseWakesWaiters, ExportWaitingWhileTheIndexIsClosed) {
 }
 
 }  // namespace
-}  // namespace kelo_test
+}  // namespace kelo_testing

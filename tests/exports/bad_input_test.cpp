@@ -3,12 +3,8 @@
 // what the other outputs receive. A null record is refused with 5 before anything is sent; a null
 // output is skipped and the rest of the call goes on. Then the opens with a null address, an
 // address a strict open refuses and unknown flags. Bad indices: index_check_test.cpp.
-#include <fstream>
 #include <iterator>
-#include <memory>
-#include <regex>
 #include <set>
-#include <sstream>
 
 #include "export_fixture.h"
 
@@ -182,7 +178,7 @@ const NullRow kRows[] = {
 class NullArgument : public ExportTest, public ::testing::WithParamInterface<NullRow> {
   protected:
     static void SetUpTestSuite() {
-        device_ = new ExportDevice(emulatorAddress2(host2::kNullArguments));
+        device_ = new ExportDevice;
         device_->emu.setNodeState(kPocState, kPocSubState);
         device_->emu.setNmVector(kNmVector);
         opened_ = device_->open(Bus::Can, kCanChannel);
@@ -256,33 +252,18 @@ INSTANTIATE_TEST_SUITE_P(EveryPointerParameter, NullArgument, ::testing::ValuesI
 // Every pointer parameter of every device export in the public header (first parameter a device
 // index; the by-name exports are the database suite's) has its row above.
 TEST(NullArgumentTable, HasARowForEveryPointerParameter) {
-    std::ifstream in(KELO_PUBLIC_HEADER);
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::string header =
-        std::regex_replace(text.str(), std::regex(R"(/\*[\s\S]*?\*/)"), std::string());
-    static const std::regex declaration(R"(KELOCOMM_API\s+[^;(]*?\b(\w+)\s*\(([^)]*)\))");
-    static const std::regex index(R"(^\s*signed\s+char\s+\w+\s*$)");
-    static const std::regex pointer(R"(\*\s*(\w+)\s*$)");
     std::set<std::string> rows;
     for (const NullRow& row : kRows)
         rows.insert(std::string(row.exportName) + "(" + row.argument + ")");
     int checked = 0;
-    for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end; ++it) {
-        const std::string name = (*it)[1];
-        std::vector<std::string> parameters;
-        std::stringstream list((*it)[2].str());
-        for (std::string p; std::getline(list, p, ',');)
-            parameters.push_back(p);
-        if (parameters.empty() || !std::regex_match(parameters[0], index) ||
-            name.find("Fibex") != std::string::npos || name.find("AutoSar") != std::string::npos)
+    for (const HeaderFunction& f : headerDeclarations()) {
+        if (!f.takesDeviceIndex || f.name.find("Fibex") != std::string::npos ||
+            f.name.find("AutoSar") != std::string::npos)
             continue;
-        for (const std::string& p : parameters) {
-            std::smatch m;
-            if (!std::regex_search(p, m, pointer)) continue;
+        for (const std::string& p : f.pointerParameters) {
             ++checked;
-            EXPECT_EQ(rows.count(name + "(" + m[1].str() + ")"), 1u)
-                << name << ": no row for a null '" << m[1] << "'";
+            EXPECT_EQ(rows.count(f.name + "(" + p + ")"), 1u)
+                << f.name << ": no row for a null '" << p << "'";
         }
     }
     EXPECT_EQ(checked, int(std::size(kRows)));
@@ -297,8 +278,8 @@ class BadOpen : public ExportTest {};
 // -5 before anything is created. A failed open leaves its unopened instance in the entry (an
 // unknown flag none), which the next open takes over; nothing reaches the emulator.
 TEST_F(BadOpen, NullAddressesAndUnknownFlagsFailAtOnce) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress2(host2::kBadOpens));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     struct Row {
         const char* name;
         const char* input;

@@ -17,9 +17,9 @@ namespace {
 class CInterface : public ExportTest {};
 
 TEST_F(CInterface, FlexRaySessionFromC) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCSmokeFlexRay));
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     emu.setSoftwareVersion(0x01020304u);
-    ASSERT_TRUE(emu.start());
     unsigned int deviceVersion = 0;
     EXPECT_EQ(kelo_c_smoke(emu.address().c_str(), &deviceVersion), 0);
     EXPECT_EQ(deviceVersion, 0x01020304u);
@@ -27,8 +27,8 @@ TEST_F(CInterface, FlexRaySessionFromC) {
 }
 
 TEST_F(CInterface, CanSessionFromC) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCSmokeCan));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     EXPECT_EQ(kelo_c_can_smoke(emu.address().c_str(), 7), 0);
     EXPECT_EQ(emu.count(kelo::kCmdMultiTransmit), 1u) << "one frame sent, the 9-byte one refused";
 }

@@ -35,32 +35,6 @@ struct Buffers {
     unsigned char frame[12];
 };
 
-struct Field {
-    const char* name;
-    std::size_t offset;
-    std::size_t size;
-};
-
-#define KELO_FIELD(f)                                \
-    Field {                                          \
-#f, offsetof(Buffers, f), sizeof(Buffers::f) \
-    }
-const Field kFields[] = {
-    KELO_FIELD(block),         KELO_FIELD(fifo),         KELO_FIELD(keySlots),
-    KELO_FIELD(state),         KELO_FIELD(subState),     KELO_FIELD(psr),
-    KELO_FIELD(vector),        KELO_FIELD(vectorLength), KELO_FIELD(header),
-    KELO_FIELD(payload),       KELO_FIELD(data),         KELO_FIELD(result),
-    KELO_FIELD(value),         KELO_FIELD(count),        KELO_FIELD(libraryVersion),
-    KELO_FIELD(deviceVersion), KELO_FIELD(config),       KELO_FIELD(frame),
-};
-#undef KELO_FIELD
-
-std::string fieldAt(std::size_t offset) {
-    for (const Field& f : kFields)
-        if (offset >= f.offset && offset < f.offset + f.size) return f.name;
-    return "padding";
-}
-
 using Call = std::function<int(signed char, Buffers&)>;
 
 struct Row {
@@ -187,7 +161,9 @@ std::vector<HeaderFunction> headerDeclarations() {
     std::ifstream in(KELO_PUBLIC_HEADER);
     std::stringstream text;
     text << in.rdbuf();
-    const std::string header = text.str();
+    // Block comments removed: a parameter may carry one.
+    const std::string header =
+        std::regex_replace(text.str(), std::regex(R"(/\*[\s\S]*?\*/)"), std::string());
     // The extern "C" block runs from its opening line to the first line holding only "}".
     std::size_t cBegin = header.find("extern \"C\" {");
     std::size_t cEnd = std::string::npos;
@@ -197,15 +173,24 @@ std::vector<HeaderFunction> headerDeclarations() {
         const std::string rest = header.substr(cBegin);
         if (std::regex_search(rest, m, closing)) cEnd = cBegin + std::size_t(m.position(0));
     }
-    // "KELOCOMM_API <return type> <name>(<first parameter>," across line breaks.
+    // "KELOCOMM_API <return type> <name>(<parameters>)" across line breaks.
     static const std::regex declaration(
-        R"(KELOCOMM_API\s+[A-Za-z_][\w\s\*]*?\b([A-Za-z_]\w*)\s*\(([^,)]*))");
+        R"(KELOCOMM_API\s+[A-Za-z_][\w\s\*]*?\b([A-Za-z_]\w*)\s*\(([^)]*)\))");
     static const std::regex indexParameter(R"(^\s*signed\s+char\s+\w+\s*$)");
+    static const std::regex pointer(R"(\*\s*(\w+)\s*$)");
     std::vector<HeaderFunction> out;
     for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end; ++it) {
         HeaderFunction f;
         f.name = (*it)[1].str();
-        f.takesDeviceIndex = std::regex_match((*it)[2].str(), indexParameter);
+        std::vector<std::string> parameters;
+        std::stringstream list((*it)[2].str());
+        for (std::string p; std::getline(list, p, ',');)
+            parameters.push_back(p);
+        f.takesDeviceIndex = !parameters.empty() && std::regex_match(parameters[0], indexParameter);
+        for (const std::string& p : parameters) {
+            std::smatch m;
+            if (std::regex_search(p, m, pointer)) f.pointerParameters.push_back(m[1]);
+        }
         const std::size_t at = std::size_t(it->position(0));
         f.cLinkage = cBegin != std::string::npos && at > cBegin && at < cEnd;
         out.push_back(f);
@@ -244,9 +229,8 @@ void expectEveryExportRejects(signed char idx, const std::set<std::string>& pass
         const auto* want = reinterpret_cast<const std::uint8_t*>(&expected);
         for (std::size_t i = 0; i < sizeof b; ++i) {
             if (got[i] != want[i]) {
-                ADD_FAILURE() << "buffer '" << fieldAt(i) << "' changed at struct offset " << i
-                              << ": 0x" << std::hex << int(got[i]) << " instead of 0x"
-                              << int(want[i]);
+                ADD_FAILURE() << "buffer changed at offset " << i << " of struct Buffers: 0x"
+                              << std::hex << int(got[i]) << " instead of 0x" << int(want[i]);
                 break;
             }
         }

@@ -32,7 +32,7 @@ TEST_F(IndexCheck, TableHoldsEveryExportThatTakesAnIndex) {
 
 // A live device sits in the table while the bad indices are tried: none of them may reach it.
 TEST_F(IndexCheck, BadIndicesAreRejectedWithoutTouchingBuffersOrSending) {
-    ExportDevice dev(host::kBadIndices);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
     ASSERT_NE(dev.idx(), 126);
     ASSERT_EQ(kelo::DeviceSlotTable[126].lib.load(), nullptr) << "entry 126 must be empty";
@@ -56,7 +56,7 @@ TEST_F(IndexCheck, BadIndicesAreRejectedWithoutTouchingBuffersOrSending) {
 // index answers 6 (KCAN_Close_Wrapper too, instead of deleting a second time) and nothing is
 // sent, until the next open takes the entry again.
 TEST_F(IndexCheck, IndexClosedWithFrCloseIsRejectedByEveryExport) {
-    ExportDevice dev(host::kClosedIndex);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
     const signed char idx = dev.idx();
     EXPECT_EQ(dev.close(), 0);

@@ -22,8 +22,8 @@ struct CloseKind {
 // Entries 1 and 2 in use, 1 closed: the next open takes 1 again, whichever close was used.
 TEST_F(OpenClose, ClosedIndexIsHandedOutAgain) {
     ASSERT_TRUE(tableEmpty()) << "this test counts on indices 1 and 2 being free";
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kReuseAfterClose));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const char* address = emu.address().c_str();
 
     const CloseKind kinds[] = {{"KFr_Close_Wrapper", &KFr_Close_Wrapper},
@@ -62,8 +62,8 @@ struct OpenKind {
 // as a signed byte), the entry keeps the unopened instance with inUse 0, exports on that index
 // reach it, and the next open takes the entry over.
 TEST_F(OpenClose, FailedOpenLeavesUnopenedInstanceInItsEntry) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kFailedOpen));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const char* address = emu.address().c_str();
 
     for (const OpenKind& kind :
@@ -118,8 +118,8 @@ TEST_F(OpenClose, FailedOpenLeavesUnopenedInstanceInItsEntry) {
 // the entry with its link given back, so a command on the index times out without reaching the
 // device.
 TEST_F(OpenCloseSlow, ConnectTimeOutReturnsMinusTwoAndKeepsTheInstance) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kSlowConnectTimeout));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const char* address = emu.address().c_str();
     const int idx = firstFreeIndex();
     ASSERT_GT(idx, 0);
@@ -144,8 +144,8 @@ TEST_F(OpenCloseSlow, ConnectTimeOutReturnsMinusTwoAndKeepsTheInstance) {
 // 198, 192, then the CAN stop (mode 2, the channel) and nothing else. CAN frames the device
 // uploads right after the stop are gone when the open returns.
 TEST_F(OpenClose, CanOpenStopsTheChannelAndEmptiesItsBuffer) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kCanOpenSequence));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const char* address = emu.address().c_str();
 
     auto opening = std::async(std::launch::async, [&] { return KCAN_Open_Wrapper(address, 5); });
@@ -183,177 +183,6 @@ TEST_F(OpenClose, CanOpenStopsTheChannelAndEmptiesItsBuffer) {
     EXPECT_EQ(KCAN_Close_Wrapper(idx), 0);
 }
 
-// ---- a close that fails ------------------------------------------------------------------------
-
-// A device object whose CAN close fails: the real one always closes, so this path needs a
-// stand-in. It records the calls that reach it and reports its own deletion.
-class CloseFailsDevice final : public CommunicationLib {
-  public:
-    explicit CloseFailsDevice(bool* deleted) : deleted_(deleted) {}
-    ~CloseFailsDevice() override { *deleted_ = true; }
-
-    unsigned char closeResult = 1;
-    int closes = 0;
-    int starts = 0;
-    unsigned char startMode = 0;
-
-    unsigned char CAN_Close() override {
-        ++closes;
-        return closeResult;
-    }
-    unsigned char CAN_Start(unsigned char mode) override {
-        ++starts;
-        startMode = mode;
-        return 0;
-    }
-    unsigned int CAN_framesAvailable() override { return 4; }
-
-    unsigned char OpenDevice(const char*) override { return 0; }
-    unsigned char get_software_version(unsigned int*) override { return 0; }
-    unsigned char Fr_Open(const char*) override { return 0; }
-    unsigned char Fr_Set_Cluster_Parameter(unsigned char*) override { return 0; }
-    unsigned char Fr_Set_Node_Parameter(const char*) override { return 0; }
-    unsigned char Fr_Set_CC_Parameter(const char*) override { return 0; }
-    unsigned char SetTimeOffset(long long) override { return 0; }
-    unsigned char Fr_SetFrPhyNodeKeySlot(const char*) override { return 0; }
-    unsigned char Fr_Set_Slot_Parameter(unsigned char*) override { return 0; }
-    unsigned char Fr_Set_Fifo_Parameter(unsigned char*) override { return 0; }
-    unsigned char Fr_Configure_Node(unsigned char) override { return 0; }
-    unsigned char Fr_SendWakeUp(unsigned char) override { return 0; }
-    unsigned char Fr_Start_Node(unsigned char) override { return 0; }
-    unsigned char Fr_StartFrRxUpload(unsigned char) override { return 0; }
-    unsigned char Fr_StopFrRxUpload(unsigned char) override { return 0; }
-    unsigned char Fr_GetFrNodeState(unsigned char, unsigned char*, unsigned char*) override {
-        return 0;
-    }
-    unsigned char Fr_GetFrPSRState(unsigned char, unsigned char*) override { return 0; }
-    unsigned char Fr_GetFrNWVector(unsigned char, unsigned char*, unsigned char*) override {
-        return 0;
-    }
-    unsigned int Fr_framesAvailable() override { return 0; }
-    unsigned char Fr_ClearRcvBuffer(unsigned char) override { return 0; }
-    unsigned char Fr_Receive(unsigned char*, unsigned int) override { return 2; }
-    unsigned char Fr_Transmit(unsigned char, unsigned char, unsigned char*,
-                              unsigned char) override {
-        return 0;
-    }
-    unsigned char Fr_FillData_beforeTransmit_MultiFrame(unsigned char, unsigned char, void*,
-                                                        unsigned char) override {
-        return 0;
-    }
-    unsigned char Fr_Transmit_MultiFrame(unsigned char, unsigned char, unsigned char*,
-                                         unsigned char) override {
-        return 0;
-    }
-    unsigned char Fr_ReplaySend(unsigned char, unsigned char, const char*,
-                                unsigned short) override {
-        return 0;
-    }
-    unsigned char Fr_Stop(unsigned char) override { return 0; }
-    unsigned char Fr_Close() override { return 0; }
-    unsigned char GetDeviceInfo(unsigned char*) override { return 0; }
-    unsigned char SetDeviceOption(unsigned char) override { return 0; }
-    unsigned char SetDeviceText(const char*) override { return 0; }
-    unsigned char FrSetDevIp(const char*) override { return 0; }
-    unsigned char CAN_SetBusParameter(unsigned char, unsigned char, unsigned char*) override {
-        return 0;
-    }
-    unsigned char CAN_SetFilterParameter(unsigned char, unsigned char, unsigned char*) override {
-        return 0;
-    }
-    unsigned char Fr_Set_WorkMode(unsigned char, unsigned char, char, unsigned char) override {
-        return 0;
-    }
-    unsigned char ResetCPU() override { return 0; }
-    unsigned char Fr_WriteValue(unsigned char, unsigned char, unsigned int, int) override {
-        return 0;
-    }
-    unsigned char Fr_ReadValue(unsigned char, unsigned char, unsigned int, unsigned int*) override {
-        return 0;
-    }
-    unsigned char Fr_SetNodeRxTimeout(unsigned char, unsigned char, unsigned int) override {
-        return 0;
-    }
-    unsigned char CAN_Stop(unsigned char) override { return 0; }
-    unsigned char CAN_Open(const char*, unsigned char) override { return 0; }
-    unsigned char CAN_Configure(unsigned char*) override { return 0; }
-    unsigned char CAN_SetNodeRxTimeout(unsigned char*) override { return 0; }
-    unsigned char CAN_Transmit(unsigned char*, unsigned char*) override { return 0; }
-    unsigned char CAN_Receive(unsigned char*, unsigned int) override { return 2; }
-    unsigned char CAN_ClearRcvBuffer() override { return 0; }
-    unsigned char SetControllerMode(unsigned char, unsigned char, unsigned int) override {
-        return 0;
-    }
-    unsigned char SetDeviceInfo(unsigned char*) override { return 0; }
-    unsigned char CAN_SetOptionParameter(unsigned char, unsigned char, unsigned char*) override {
-        return 0;
-    }
-    unsigned char Fr_WriteRegister(unsigned char, unsigned char, unsigned int) override {
-        return 0;
-    }
-    unsigned char Fr_ReadRegister(unsigned char, unsigned char, unsigned int*) override {
-        return 0;
-    }
-
-  private:
-    bool* deleted_;
-};
-
-// Puts a device straight into a table entry and takes it out again at the end of the scope if it
-// is still there, so that the entry is restored whatever the test did.
-class PlantedDevice {
-  public:
-    PlantedDevice(int idx, CommunicationLib* lib) : idx_(idx), lib_(lib) {
-        kelo::DeviceSlotTable[idx_].lib.store(lib_);
-        kelo::DeviceSlotTable[idx_].inUse.store(1);
-    }
-    ~PlantedDevice() {
-        if (kelo::DeviceSlotTable[idx_].lib.load() == lib_) {
-            kelo::DeviceSlotTable[idx_].lib.store(nullptr);
-            kelo::DeviceSlotTable[idx_].inUse.store(0);
-            delete lib_;
-        }
-    }
-    PlantedDevice(const PlantedDevice&) = delete;
-    PlantedDevice& operator=(const PlantedDevice&) = delete;
-
-  private:
-    int idx_;
-    CommunicationLib* lib_;
-};
-
-TEST_F(OpenClose, CanCloseThatFailsKeepsTheIndexUsable) {
-    const int idx = firstFreeIndex();
-    ASSERT_GT(idx, 0);
-    ASSERT_EQ(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
-    const signed char i = static_cast<signed char>(idx);
-
-    bool deleted = false;
-    auto* device = new CloseFailsDevice(&deleted);
-    PlantedDevice planted(idx, device);
-
-    EXPECT_EQ(KCAN_Close_Wrapper(i), 1);
-    EXPECT_EQ(device->closes, 1);
-    EXPECT_FALSE(deleted);
-    EXPECT_EQ(kelo::DeviceSlotTable[idx].lib.load(), device);
-    EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 1);
-
-    // The index still reaches the device.
-    EXPECT_EQ(KCAN_Start_Wrapper(i), 0);
-    EXPECT_EQ(device->starts, 1);
-    EXPECT_EQ(device->startMode, 2);
-    unsigned int count = 0;
-    EXPECT_EQ(KCAN_framesAvailable_Wrapper(i, &count), 0);
-    EXPECT_EQ(count, 4u);
-
-    // Once the close succeeds, the device is deleted and the entry is free.
-    device->closeResult = 0;
-    EXPECT_EQ(KCAN_Close_Wrapper(i), 0);
-    EXPECT_TRUE(deleted);
-    EXPECT_EQ(kelo::DeviceSlotTable[idx].lib.load(), nullptr);
-    EXPECT_EQ(kelo::DeviceSlotTable[idx].inUse.load(), 0);
-}
-
 // ---- a full table ------------------------------------------------------------------------------
 
 // Takes the device out of entry 0, which no export accepts, and closes it.
@@ -373,8 +202,8 @@ void takeOutEntryZero() {
 // instead, hence the slow suite.
 TEST_F(OpenCloseSlow, OpenIntoFullTableSucceedsWithIndexZero) {
     ASSERT_TRUE(tableEmpty()) << "this test fills the whole table";
-    kelo::emu::DeviceEmulator emu(emulatorAddress(host::kSlowFullTable));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const char* address = emu.address().c_str();
 
     // Closes whatever was opened, entry 0 included.

@@ -46,7 +46,7 @@ struct Sent {
 // byte, the 36-byte block, three zero bytes. The result is the cluster command's, whichever of
 // the other two the device refused.
 TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
-    ExportDevice dev(host::kCluster);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
 
     struct Row {
@@ -82,7 +82,7 @@ TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
 // Frames queued before the call are gone afterwards: the export empties the FlexRay buffer
 // between the stop and the cluster command.
 TEST_F(Repack, ClusterParameterEmptiesTheFlexRayBuffer) {
-    ExportDevice dev(host::kClusterClears);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
     ASSERT_EQ(KFr_StartFrRxUpload_Wrapper(dev.idx(), 0), 0);
     kelo::emu::FlexRayEntry e;
@@ -100,7 +100,7 @@ TEST_F(Repack, ClusterParameterEmptiesTheFlexRayBuffer) {
 // The stop gets no answer at all (3000 ms wait): the cluster record still goes out and its status
 // is returned.
 TEST_F(RepackSlow, ClusterParameterAfterStopTimeOutReturnsTheClusterStatus) {
-    ExportDevice dev(host::kSlowClusterStopTimeout);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
     dev.emu.drop(kelo::kCmdStopNode, 1);
     Bytes block = ramp(36, 0x10);
@@ -121,7 +121,7 @@ struct RecordRow {
 // Each export's frames, byte for byte, on a FlexRay device. The shared register and time-out
 // operations get bus kind 1.
 TEST_F(Repack, FlexRayRecordsReachTheDeviceAsDocumented) {
-    ExportDevice dev(host::kFlexRayRecords);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
 
     static const Bytes node48 = ramp(48, 0x30);
@@ -154,12 +154,6 @@ TEST_F(Repack, FlexRayRecordsReachTheDeviceAsDocumented) {
         {"KFr_Set_WorkMode_Wrapper mode 1 flag 1",
          [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 2, 1, 1); },
          {{kelo::kCmdWriteRegister, cat({{1, 2}, le32(0x20000002u)})}}},
-        {"KFr_Set_WorkMode_Wrapper mode 0 flag 0",
-         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 5, 0, 0); },
-         {{kelo::kCmdWriteRegister, cat({{1, 5}, le32(0)})}}},
-        {"KFr_Set_WorkMode_Wrapper mode 1 flag 2",
-         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 0, 1, 2); },
-         {{kelo::kCmdWriteRegister, cat({{1, 0}, le32(2)})}}},
         {"KFr_WriteValue_Wrapper bit 28 on",
          [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 0, 1); },
          {{kelo::kCmdReadRegister, {1, 3}},
@@ -189,33 +183,9 @@ TEST_F(Repack, FlexRayRecordsReachTheDeviceAsDocumented) {
     EXPECT_EQ(dev.emu.registerWord(2, 3), 0u);
 }
 
-// KFr_ReadValue_Wrapper reads the FlexRay register's bit 28 (which 0) or 30 (which 1) as 0/1; any
-// other selector gives 5 with nothing sent and the output untouched.
-TEST_F(Repack, ReadValueReadsTheFlexRayRegisterBits) {
-    ExportDevice dev(host::kReadValue);
-    ASSERT_TRUE(dev.open());
-    const std::uint8_t node = 6;
-    dev.emu.setRegisterWord(1, node, 0x40000000u);
-    dev.emu.setRegisterWord(2, node, 0x10000000u);  // the CAN register of the same number
-
-    struct Row {
-        unsigned int which;
-        unsigned char expected;
-        unsigned int value;
-    };
-    for (const Row& row : {Row{0, 0, 0}, Row{1, 0, 1}, Row{2, 5, 0xDEADBEEF}}) {
-        SCOPED_TRACE("which " + std::to_string(row.which));
-        dev.emu.clearReceived();
-        unsigned int value = 0xDEADBEEF;
-        EXPECT_EQ(KFr_ReadValue_Wrapper(dev.idx(), node, row.which, &value), row.expected);
-        EXPECT_EQ(value, row.value);
-        EXPECT_EQ(dev.emu.count(kelo::kCmdReadRegister), row.expected == 0 ? 1u : 0u);
-    }
-}
-
 // The CAN exports give the CAN operations mode 2 and carry the channel the device was opened on.
 TEST_F(Repack, CanRecordsCarryModeTwoAndTheChannel) {
-    ExportDevice dev(host::kCanRecords);
+    ExportDevice dev;
     const std::uint8_t channel = 6;
     ASSERT_TRUE(dev.open(Bus::Can, channel));
 
@@ -249,7 +219,7 @@ Bytes slotBlock(std::uint8_t bufferIndex, std::uint16_t slotId) {
 // 102 with the node byte, the 12-byte block and a zero (14 bytes). On success the buffer index
 // the device assigned lands in block[0], the other bytes stay; on refusal nothing changes.
 TEST_F(Repack, SlotParameterWritesTheAssignedBufferBack) {
-    ExportDevice dev(host::kSlot);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
 
     for (std::uint8_t expectedIndex : {0, 1}) {
@@ -275,7 +245,7 @@ TEST_F(Repack, SlotParameterWritesTheAssignedBufferBack) {
 
 // With a scripted reply that names buffer 42: written back on status 0, ignored otherwise.
 TEST_F(Repack, SlotParameterWritesBackOnlyOnSuccess) {
-    ExportDevice dev(host::kSlotScripted);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
 
     struct Row {
@@ -315,7 +285,7 @@ Bytes fifoRecord(std::uint8_t node, std::uint8_t pass, const std::uint8_t enable
 }
 
 TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
-    ExportDevice dev(host::kFifo);
+    ExportDevice dev;
     ASSERT_TRUE(dev.open());
 
     struct Row {

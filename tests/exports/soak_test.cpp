@@ -58,8 +58,8 @@ void expectNoGrowth(const ProcessUsage& start, const ProcessUsage& end, long res
 }
 
 TEST_F(DeviceSoakSlow, TwoThousandOpenCloseCyclesGiveEverythingBack) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress2(host2::kSlowSoak));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     for (int n = 0; n < 40; ++n)  // warm-up: two CAN cycles among them
         ASSERT_TRUE(cycle(emu, n));
     const ProcessUsage start = steadyUsage();
@@ -77,8 +77,8 @@ TEST_F(DeviceSoakSlow, TwoThousandOpenCloseCyclesGiveEverythingBack) {
 // A failed open keeps its unopened instance in the entry, without its socket and threads, and
 // the next open deletes it: nothing may grow.
 TEST_F(DeviceSoakSlow, TwoHundredFailedOpensGiveTheirSocketsAndThreadsBack) {
-    kelo::emu::DeviceEmulator emu(emulatorAddress2(host2::kSlowFailedOpens));
-    ASSERT_TRUE(emu.start());
+    EmulatorHost host;
+    kelo::emu::DeviceEmulator& emu = host.emu;
     const int idx = firstFreeIndex();
     ASSERT_GT(idx, 0);
     const char* address = emu.address().c_str();

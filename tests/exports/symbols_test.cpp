@@ -100,6 +100,8 @@ TEST(ExportedSymbols, AreExactlyTheHeaderFunctionsTheFactoryAndTheClass) {
     }
     EXPECT_EQ(exported.count(kMultiFrameDecorated), 1u) << kMultiFrameDecorated << " is missing";
     EXPECT_EQ(exported.count("GetKeLoComm"), 1u);
+    for (const char* name : {"KeLo_DeviceStatusText", "KeLo_DatabaseStatusText"})
+        EXPECT_EQ(exported.count(name), 1u) << name << " (status texts) is not exported";
 
     // The class: constructor, destructor, vtable and type information. The complete-object
     // constructor (C1) is not among them: the class is abstract, so nothing can call it, and
