@@ -136,28 +136,7 @@ TEST(CodecReference, PlacementMatchesTheBitByBitWriter) {
     EXPECT_EQ(checked, 8192 - 4 * 16);
 }
 
-// ---- results kept on purpose
-// ---------------------------------------------------------------------
-
-TEST(CodecKeptResults, TwelveBitLsbFirstFieldAtBitFour) {
-    const std::uint8_t p[] = {0x3C, 0xA5};
-    EXPECT_EQ(extractField(p, sizeof p, 4, 12, false, false), 0xA53);
-}
-
-TEST(CodecKeptResults, SignedAndUnsignedByte) {
-    const std::uint8_t p[] = {0xFF};
-    EXPECT_EQ(extractField(p, 1, 7, 8, true, true), -1);
-    EXPECT_EQ(extractField(p, 1, 7, 8, true, false), 255);
-    EXPECT_EQ(extractField(p, 1, 0, 8, false, true), -1);
-}
-
-TEST(CodecKeptResults, SixtyFourBitFieldsReadAsZeroInBothOrders) {
-    std::vector<std::uint8_t> p(10, 0xFF);
-    for (unsigned s : {0u, 7u, 8u})
-        for (bool msb : {false, true})
-            for (bool sign : {false, true})
-                EXPECT_EQ(extractField(p.data(), p.size(), s, 64, msb, sign), 0);
-}
+// ---- results kept on purpose ------------------------------------------------------------------
 
 // A database may declare a field longer than 64 bits. Shift counts are taken modulo 64: such a
 // field reads as its lowest n mod 64 bits, sign-extended from bit (n - 1) mod 64; placed least
@@ -201,74 +180,58 @@ TEST(CodecKeptResults, FieldsLongerThanSixtyFourBits) {
                 }
 }
 
-TEST(CodecKeptResults, LinearDecodingTakesTheIntegerPathForWholeFactorAndOffset) {
-    const std::uint8_t p[] = {3};
+SignalCoding coding(Scaling scaling, bool hasScale, float factor, float offset, unsigned bits) {
     SignalCoding c;
-    c.bitPosition = 0;
-    c.bitLength = 8;
-    c.scaling = Scaling::Linear;
-    c.hasScale = true;
-    struct Row {
-        float factor, offset, want;
-    };
-    for (const Row& r : {Row{0.5f, 0.0f, 1.5f}, Row{2.0f, 1.0f, 7.0f}, Row{0.1f, 0.0f, 0.3f},
-                         Row{1.0f, 0.25f, 3.25f}, Row{-3.0f, -2.0f, -11.0f}}) {
-        c.factor = r.factor;
-        c.offset = r.offset;
-        float value = -99.0f;
-        ASSERT_EQ(decodeValue(c, p, 1, &value), kOk);
-        EXPECT_FLOAT_EQ(value, r.want) << "factor " << r.factor << " offset " << r.offset;
-    }
-    // Whole numbers truncate the single-precision product toward zero.
-    c.factor = 3.0f;
-    c.offset = 0.0f;
-    const std::uint8_t big[] = {0xFF, 0xFF, 0xFF};  // 24 bits: 16777215 * 3 is not exact in float
-    c.bitLength = 24;
-    c.bitPosition = 0;
-    float value = 0;
-    ASSERT_EQ(decodeValue(c, big, 3, &value), kOk);
-    EXPECT_EQ(value, static_cast<float>(static_cast<std::int64_t>(16777215.0f * 3.0f)));
+    c.bitLength = bits;
+    c.scaling = scaling;
+    c.hasScale = hasScale;
+    c.factor = factor;
+    c.offset = offset;
+    return c;
 }
 
-TEST(CodecKeptResults, LinearMethodWithoutPairDecodesTo16AndEncodesAsIdentity) {
-    SignalCoding c;
-    c.bitLength = 8;
-    c.scaling = Scaling::Linear;
-    const std::uint8_t p[] = {9};
-    float value = 0;
-    EXPECT_EQ(decodeValue(c, p, 1, &value), kNotInFrame);
-    std::uint8_t out[1] = {0};
-    EXPECT_EQ(encodeValue(c, 9.4f, out, 1), kOk);
-    EXPECT_EQ(out[0], 9);
-}
-
-TEST(CodecKeptResults, TextTableAndNoMethodPassRawThrough) {
-    const std::uint8_t p[] = {0x05};
-    for (Scaling s : {Scaling::None, Scaling::Other}) {
+// LINEAR: a whole-number factor and offset take the integer path, which truncates the
+// single-precision product toward zero; encoding rounds. Without a factor/offset pair decoding
+// answers 16 and encoding is the identity. TEXTTABLE and no method pass the raw value through
+// (encoding truncates toward zero).
+TEST(CodecKeptResults, ScalingRules) {
+    const struct {
         SignalCoding c;
-        c.bitLength = 4;
-        c.scaling = s;
-        c.factor = 10.0f;  // ignored
-        float value = 0;
-        ASSERT_EQ(decodeValue(c, p, 1, &value), kOk);
-        EXPECT_EQ(value, 5.0f);
-        std::uint8_t out[1] = {0xF0};
-        ASSERT_EQ(encodeValue(c, 6.9f, out, 1), kOk);  // truncated toward zero
-        EXPECT_EQ(out[0], 0xF6);
+        std::uint32_t raw;
+        std::uint8_t status;
+        float value;
+    } decodes[] = {{coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 3, kOk, 1.5f},
+                   {coding(Scaling::Linear, true, 2.0f, 1.0f, 8), 3, kOk, 7.0f},
+                   {coding(Scaling::Linear, true, 0.1f, 0.0f, 8), 3, kOk, 0.3f},
+                   {coding(Scaling::Linear, true, 1.0f, 0.25f, 8), 3, kOk, 3.25f},
+                   {coding(Scaling::Linear, true, -3.0f, -2.0f, 8), 3, kOk, -11.0f},
+                   // 16777215 * 3 is not exact in float.
+                   {coding(Scaling::Linear, true, 3.0f, 0.0f, 24), 0xFFFFFF, kOk,
+                    static_cast<float>(static_cast<std::int64_t>(16777215.0f * 3.0f))},
+                   {coding(Scaling::Linear, false, 1.0f, 0.0f, 8), 9, kNotInFrame, -99.0f},
+                   {coding(Scaling::None, false, 10.0f, 0.0f, 4), 5, kOk, 5.0f},
+                   {coding(Scaling::Other, false, 10.0f, 0.0f, 4), 5, kOk, 5.0f}};
+    for (const auto& d : decodes) {
+        const std::uint8_t p[3] = {std::uint8_t(d.raw), std::uint8_t(d.raw >> 8),
+                                   std::uint8_t(d.raw >> 16)};
+        float value = -99.0f;
+        ASSERT_EQ(decodeValue(d.c, p, 3, &value), d.status) << "factor " << d.c.factor;
+        EXPECT_FLOAT_EQ(value, d.value) << "factor " << d.c.factor << " offset " << d.c.offset;
     }
-}
-
-TEST(CodecKeptResults, EncodingRoundsLinearValues) {
-    SignalCoding c;
-    c.bitLength = 8;
-    c.scaling = Scaling::Linear;
-    c.hasScale = true;
-    c.factor = 0.5f;
-    std::uint8_t out[1] = {0};
-    ASSERT_EQ(encodeValue(c, 1.5f, out, 1), kOk);
-    EXPECT_EQ(out[0], 3);
-    ASSERT_EQ(encodeValue(c, 1.3f, out, 1), kOk);  // 2.6 rounds to 3
-    EXPECT_EQ(out[0], 3);
+    const struct {
+        SignalCoding c;
+        float value;
+        std::uint8_t before, after;
+    } encodes[] = {{coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 1.5f, 0, 3},
+                   {coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 1.3f, 0, 3},  // 2.6 rounds
+                   {coding(Scaling::Linear, false, 1.0f, 0.0f, 8), 9.4f, 0, 9},
+                   {coding(Scaling::None, false, 10.0f, 0.0f, 4), 6.9f, 0xF0, 0xF6},
+                   {coding(Scaling::Other, false, 10.0f, 0.0f, 4), 6.9f, 0xF0, 0xF6}};
+    for (const auto& e : encodes) {
+        std::uint8_t out[1] = {e.before};
+        ASSERT_EQ(encodeValue(e.c, e.value, out, 1), kOk);
+        EXPECT_EQ(out[0], e.after) << e.value;
+    }
 }
 
 TEST(CodecKeptResults, NegativeRawIsPlacedUnmaskedMostSignificantByteFirst) {

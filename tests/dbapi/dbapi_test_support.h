@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
+#include <mutex>
 #include <string>
 
 #include "KeLoComm.h"
@@ -20,9 +22,9 @@ inline std::string dataFile(const std::string& name) {
 inline const std::string kQueries = dataFile("fibex/dbapi-queries.xml");
 inline const std::string kFibexExample = dataFile("../../examples/powertrain-flexray.xml");
 inline const std::string kAutosarExample = dataFile("../../examples/chassis-flexray-4.2.arxml");
-inline const std::string& queriesFile() {
-    return kQueries;
-}
+inline const std::string kTwoPdus = dataFile("autosar/frame-with-two-pdus-4.2.arxml");
+inline const std::string kEcusAndClusters =
+    dataFile("autosar/ecus-and-cluster-cycle-forms-4.1.arxml");
 
 // The 28-byte header KFr_Receive_Wrapper returns, with slot (offset 16) and cycle (19) set.
 inline std::array<unsigned char, 28> rxHeader(std::uint16_t slot, std::uint8_t cycle,
@@ -33,6 +35,14 @@ inline std::array<unsigned char, 28> rxHeader(std::uint16_t slot, std::uint8_t c
     h[19] = cycle;
     h[20] = words;
     return h;
+}
+
+// A little-endian field of a parameter block.
+inline std::uint32_t le(const unsigned char* b, int at, int width) {
+    std::uint32_t v = 0;
+    for (int i = width - 1; i >= 0; --i)
+        v = (v << 8) | b[at + i];
+    return v;
 }
 
 // One format's exports that the other format has too, and names its example database holds.
@@ -105,11 +115,13 @@ inline int mappedBuffer(const Format& f, const std::string& frame) {
     return it == f.bufferMap->end() ? -1 : it->second;
 }
 
-// Opens the FIBEX test database before each test and closes whatever is open afterwards.
-class FibexDatabaseTest : public ::testing::Test {
+// Closes whatever database of either format a test left open.
+class DatabaseTest : public ::testing::Test {
   protected:
-    void SetUp() override { ASSERT_EQ(KFr_Fibex_Open(kQueries.c_str()), 0); }
-    void TearDown() override { KFr_Fibex_Close(); }
+    void TearDown() override {
+        KFr_Fibex_Close();
+        KFr_AutoSar_Close();
+    }
 };
 
 }  // namespace kelo_dbapi_test

@@ -10,10 +10,9 @@
 #include "support/process_usage.h"
 
 using namespace kelo_testing;
+using namespace kelo_dbapi_test;
 
 namespace {
-
-const std::string kExamples = std::string(KELO_TEST_DATA_DIR) + "/../../examples/";
 
 // Resident-memory margin. A load that kept its document or database would add tens of MB over
 // 1,000 cycles, and a leak of 2 kB per cycle adds 2 MB. Below that the reading moves with what
@@ -21,29 +20,22 @@ const std::string kExamples = std::string(KELO_TEST_DATA_DIR) + "/../../examples
 // warm-up it stays below 100 kB on the machines measured.
 constexpr long kResidentMarginKb = 2048;
 
-struct Format {
-    const char* name;
-    unsigned char (*open)(const char*);
-    unsigned char (*close)();
-    std::string file;
-};
-
-class DatabaseSoakSlow : public ::testing::TestWithParam<Format> {
+class DatabaseSoakSlow : public ::testing::TestWithParam<const Format*> {
   protected:
-    void TearDown() override { GetParam().close(); }
+    void TearDown() override { GetParam()->close(); }
 };
 
 TEST_P(DatabaseSoakSlow, ThousandOpenCloseCyclesGiveEverythingBack) {
-    const Format& f = GetParam();
+    const Format& f = *GetParam();
     f.close();
     for (int n = 0; n < 10; ++n) {  // warm-up
-        ASSERT_EQ(f.open(f.file.c_str()), 0);
+        ASSERT_EQ(f.open(f.example.c_str()), 0);
         ASSERT_EQ(f.close(), 0);
     }
     const ProcessUsage start = steadyUsage();
     const auto began = std::chrono::steady_clock::now();
     for (int n = 0; n < 1000; ++n) {
-        ASSERT_EQ(f.open(f.file.c_str()), 0) << "open " << n;
+        ASSERT_EQ(f.open(f.example.c_str()), 0) << "open " << n;
         ASSERT_EQ(f.close(), 0) << "close " << n;
     }
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -65,13 +57,9 @@ TEST_P(DatabaseSoakSlow, ThousandOpenCloseCyclesGiveEverythingBack) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(ExampleDatabases, DatabaseSoakSlow,
-                         ::testing::Values(Format{"FIBEX", KFr_Fibex_Open, KFr_Fibex_Close,
-                                                  kExamples + "powertrain-flexray.xml"},
-                                           Format{"AUTOSAR", KFr_AutoSar_Open, KFr_AutoSar_Close,
-                                                  kExamples + "chassis-flexray-4.2.arxml"}),
-                         [](const ::testing::TestParamInfo<Format>& info) {
-                             return std::string(info.param.name);
+INSTANTIATE_TEST_SUITE_P(ExampleDatabases, DatabaseSoakSlow, ::testing::ValuesIn(kFormats),
+                         [](const ::testing::TestParamInfo<const Format*>& info) {
+                             return std::string(info.param == &kFibex ? "FIBEX" : "AUTOSAR");
                          });
 
 }  // namespace
