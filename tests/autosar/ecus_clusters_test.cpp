@@ -2,7 +2,7 @@
 // their parameters, channels and triggerings; frame schedules and the slot-by-cycle table.
 #include <gtest/gtest.h>
 
-#include "autosar/autosar_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -16,41 +16,25 @@ class CycleForms : public AutosarTest {
 
 TEST_F(CycleForms, ControllerParameters) {
     const auto& a = entry(db.controllers, "NodeA/NodeA_CC");
-    EXPECT_EQ(a.name, "NodeA_CC");
-    EXPECT_EQ(a.ecuName, "NodeA");
-    EXPECT_EQ(a.acceptedStartupRange, 212u);
-    EXPECT_TRUE(a.allowHaltDueToClock);
-    EXPECT_EQ(a.allowPassiveToActive, 10u);
-    EXPECT_EQ(a.clusterDriftDamping, 2u);
-    EXPECT_EQ(a.decodingCorrection, 56u);
-    EXPECT_EQ(a.delayCompensationA, 3u);
-    EXPECT_EQ(a.delayCompensationB, 4u);
-    EXPECT_EQ(a.keySlotId, 2u);
-    EXPECT_TRUE(a.keySlotUsedForStartup);
-    EXPECT_TRUE(a.keySlotUsedForSync);
-    EXPECT_FALSE(a.keySlotOnlyEnabled);
-    EXPECT_EQ(a.latestTx, 249u);
-    EXPECT_EQ(a.listenTimeout, 401202u);
-    EXPECT_EQ(a.macroInitialOffsetA, 7u);
-    EXPECT_EQ(a.macroInitialOffsetB, 8u);
-    EXPECT_EQ(a.maxDrift, 601u);
-    EXPECT_EQ(a.maxDynamicPayloadLength, 127u);
-    EXPECT_EQ(a.microInitialOffsetA, 23u);
-    EXPECT_EQ(a.microInitialOffsetB, 24u);
-    EXPECT_EQ(a.microPerCycle, 200000u);
-    EXPECT_EQ(a.microtickDuration, static_cast<double>(2.5e-8f));
-    EXPECT_EQ(a.offsetCorrectionOut, 127u);
-    EXPECT_EQ(a.rateCorrectionOut, 601u);
-    EXPECT_EQ(a.samplesPerMicrotick, 2u);
-    EXPECT_EQ(a.wakeUpPattern, 33u);
+    expectAll({EQ(a.name, "NodeA_CC"), EQ(a.ecuName, "NodeA"), EQ(a.acceptedStartupRange, 212u),
+               EQ(a.allowHaltDueToClock, true), EQ(a.allowPassiveToActive, 10u),
+               EQ(a.clusterDriftDamping, 2u), EQ(a.decodingCorrection, 56u)});
+    expectAll({EQ(a.delayCompensationA, 3u), EQ(a.delayCompensationB, 4u), EQ(a.keySlotId, 2u),
+               EQ(a.keySlotUsedForStartup, true), EQ(a.keySlotUsedForSync, true),
+               EQ(a.keySlotOnlyEnabled, false), EQ(a.latestTx, 249u)});
+    expectAll({EQ(a.listenTimeout, 401202u), EQ(a.macroInitialOffsetA, 7u),
+               EQ(a.macroInitialOffsetB, 8u), EQ(a.maxDrift, 601u),
+               EQ(a.maxDynamicPayloadLength, 127u), EQ(a.microInitialOffsetA, 23u),
+               EQ(a.microInitialOffsetB, 24u)});
+    expectAll({EQ(a.microPerCycle, 200000u), EQ(a.microtickDuration, static_cast<double>(2.5e-8f)),
+               EQ(a.offsetCorrectionOut, 127u), EQ(a.rateCorrectionOut, 601u),
+               EQ(a.samplesPerMicrotick, 2u), EQ(a.wakeUpPattern, 33u)});
     EXPECT_EQ(a.channelMask, 3) << "its connector is on channels A and B";
     EXPECT_EQ(a.wakeUpChannel, 1) << "the wake-up connector's first channel";
 
     const auto& b = entry(db.controllers, "NodeB/NodeB_CC");
-    EXPECT_EQ(b.keySlotId, 3u);
-    EXPECT_FALSE(b.keySlotUsedForStartup);
-    EXPECT_EQ(b.channelMask, 1);
-    EXPECT_EQ(b.wakeUpChannel, 0);
+    expectAll({EQ(b.keySlotId, 3u), EQ(b.keySlotUsedForStartup, false), EQ(b.channelMask, 1),
+               EQ(b.wakeUpChannel, 0)});
 }
 
 TEST_F(CycleForms, EcusConnectorsAndPorts) {
@@ -63,7 +47,7 @@ TEST_F(CycleForms, EcusConnectorsAndPorts) {
     EXPECT_EQ(connector.key, "NodeA/NodeA_Conn");
     EXPECT_EQ(connector.controller, a.controllers[0]);
     EXPECT_TRUE(connector.wakeUpChannel);
-    EXPECT_EQ(connector.channelKeys, (Names{"Backbone/ChannelA", "Backbone/ChannelB"}));
+    EXPECT_EQ(connector.channelKeys, (Keys{"Backbone/ChannelA", "Backbone/ChannelB"}));
     EXPECT_EQ(connector.channelMask, 3);
     ASSERT_EQ(connector.ports.size(), 7u);
     const auto& port = *connector.ports[0];
@@ -73,9 +57,9 @@ TEST_F(CycleForms, EcusConnectorsAndPorts) {
     EXPECT_FALSE(port.isInput);
     EXPECT_TRUE(entry(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput);
 
-    EXPECT_EQ(a.sentFrames, (Names{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
-    EXPECT_EQ(a.receivedFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
-    EXPECT_EQ(entry(db.ecus, "NodeB").sentFrames, (Names{"Claimer", "Counter", "NestedNumber"}));
+    EXPECT_EQ(a.sentFrames, (Keys{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
+    EXPECT_EQ(a.receivedFrames, (Keys{"Claimer", "Counter", "NestedNumber"}));
+    EXPECT_EQ(entry(db.ecus, "NodeB").sentFrames, (Keys{"Claimer", "Counter", "NestedNumber"}));
 
     const auto& bare = entry(db.ecus, "Bare");
     EXPECT_TRUE(bare.controllers.empty());
@@ -105,8 +89,8 @@ TEST_F(CycleForms, FrameSchedulesFromEveryForm) {
         EXPECT_EQ(frame.channelMask, c.channels) << c.frame;
         EXPECT_EQ(frame.clusterName, "Backbone") << c.frame;
     }
-    EXPECT_EQ(entry(db.frames, "FlatNumber").senderEcus, (Names{"NodeA"}));
-    EXPECT_EQ(entry(db.frames, "FlatNumber").receiverEcus, (Names{"NodeB"}));
+    EXPECT_EQ(entry(db.frames, "FlatNumber").senderEcus, (Keys{"NodeA"}));
+    EXPECT_EQ(entry(db.frames, "FlatNumber").receiverEcus, (Keys{"NodeB"}));
     EXPECT_EQ(entry(db.frameTriggerings, "Backbone/ChannelA/FT_NoTiming_A").cycleRepetition, 1);
     EXPECT_EQ(entry(db.frameTriggerings, "Backbone/ChannelB/FT_TwoChannels_B").slotId, 12);
 }
@@ -149,48 +133,30 @@ TEST_F(CycleForms, SlotByCycleTable) {
 
 TEST_F(CycleForms, ClusterParametersAndChannels) {
     const auto& c = entry(db.clusters, "Backbone");
-    EXPECT_EQ(c.baudrate, 10000000u);
-    EXPECT_EQ(c.protocolName, "FlexRay");
-    EXPECT_EQ(c.protocolVersion, "2.1");
-    EXPECT_EQ(c.actionPointOffset, 3u);
-    EXPECT_EQ(c.casRxLowMax, 87u);
-    EXPECT_EQ(c.coldStartAttempts, 8u);
-    EXPECT_EQ(c.cycle, static_cast<double>(0.005f));
-    EXPECT_EQ(c.cycleCountMax, 63u);
-    EXPECT_TRUE(c.detectNitError);
-    EXPECT_EQ(c.dynamicSlotIdlePhase, 1u);
-    EXPECT_EQ(c.ignoreAfterTx, 7u);
-    EXPECT_EQ(c.listenNoise, 2u);
-    EXPECT_EQ(c.macroPerCycle, 5000u);
-    EXPECT_EQ(c.macrotickDuration, static_cast<double>(1.0e-6f));
-    EXPECT_EQ(c.maxWithoutClockCorrectionFatal, 14u);
-    EXPECT_EQ(c.maxWithoutClockCorrectionPassive, 10u);
-    EXPECT_EQ(c.minislotActionPointOffset, 2u);
-    EXPECT_EQ(c.minislotDuration, 6u);
-    EXPECT_EQ(c.networkIdleTime, 103u);
-    EXPECT_EQ(c.networkManagementVectorLength, 2u);
-    EXPECT_EQ(c.numberOfMinislots, 314u);
-    EXPECT_EQ(c.numberOfStaticSlots, 60u);
-    EXPECT_EQ(c.offsetCorrectionStart, 4920u);
-    EXPECT_EQ(c.payloadLengthStatic, 16u);
-    EXPECT_EQ(c.safetyMargin, 1u);
-    EXPECT_EQ(c.sampleClockPeriod, static_cast<double>(1.25e-8f));
-    EXPECT_EQ(c.staticSlotDuration, 50u);
-    EXPECT_EQ(c.symbolWindow, 13u);
-    EXPECT_EQ(c.symbolWindowActionPointOffset, 3u);
-    EXPECT_EQ(c.syncFrameIdCountMax, 15u);
-    EXPECT_EQ(c.transmissionStartSequenceDuration, 9u);
-    EXPECT_EQ(c.wakeupRxIdle, 59u);
-    EXPECT_EQ(c.wakeupRxLow, 55u);
-    EXPECT_EQ(c.wakeupRxWindow, 301u);
-    EXPECT_EQ(c.wakeupTxActive, 60u);
-    EXPECT_EQ(c.wakeupTxIdle, 180u);
-    EXPECT_EQ(c.frameNames, (Names{"Claimer", "Counter", "FlatNumber", "NestedEnum", "NestedNumber",
-                                   "NoTiming", "TwoChannels"}));
+    expectAll({EQ(c.baudrate, 10000000u), EQ(c.protocolName, "FlexRay"),
+               EQ(c.protocolVersion, "2.1"), EQ(c.actionPointOffset, 3u), EQ(c.casRxLowMax, 87u),
+               EQ(c.coldStartAttempts, 8u), EQ(c.cycle, static_cast<double>(0.005f)),
+               EQ(c.cycleCountMax, 63u)});
+    expectAll({EQ(c.detectNitError, true), EQ(c.dynamicSlotIdlePhase, 1u), EQ(c.ignoreAfterTx, 7u),
+               EQ(c.listenNoise, 2u), EQ(c.macroPerCycle, 5000u),
+               EQ(c.macrotickDuration, static_cast<double>(1.0e-6f)),
+               EQ(c.maxWithoutClockCorrectionFatal, 14u),
+               EQ(c.maxWithoutClockCorrectionPassive, 10u)});
+    expectAll({EQ(c.minislotActionPointOffset, 2u), EQ(c.minislotDuration, 6u),
+               EQ(c.networkIdleTime, 103u), EQ(c.networkManagementVectorLength, 2u),
+               EQ(c.numberOfMinislots, 314u), EQ(c.numberOfStaticSlots, 60u),
+               EQ(c.offsetCorrectionStart, 4920u), EQ(c.payloadLengthStatic, 16u)});
+    expectAll({EQ(c.safetyMargin, 1u), EQ(c.sampleClockPeriod, static_cast<double>(1.25e-8f)),
+               EQ(c.staticSlotDuration, 50u), EQ(c.symbolWindow, 13u),
+               EQ(c.symbolWindowActionPointOffset, 3u), EQ(c.syncFrameIdCountMax, 15u),
+               EQ(c.transmissionStartSequenceDuration, 9u), EQ(c.wakeupRxIdle, 59u)});
+    expectAll({EQ(c.wakeupRxLow, 55u), EQ(c.wakeupRxWindow, 301u), EQ(c.wakeupTxActive, 60u),
+               EQ(c.wakeupTxIdle, 180u)});
+    EXPECT_EQ(c.frameNames, (Keys{"Claimer", "Counter", "FlatNumber", "NestedEnum", "NestedNumber",
+                                  "NoTiming", "TwoChannels"}));
     ASSERT_EQ(c.channels.size(), 2u);
-    EXPECT_EQ(c.channels[0]->name, "ChannelA");
-    EXPECT_EQ(c.channels[0]->channelName, "CHANNEL-A");
-    EXPECT_EQ(c.channels[0]->channelMask, 1);
+    expectAll({EQ(c.channels[0]->name, "ChannelA"), EQ(c.channels[0]->channelName, "CHANNEL-A"),
+               EQ(c.channels[0]->channelMask, 1)});
     EXPECT_EQ(c.channels[0]->frameTriggerings.size(), 8u);
     EXPECT_EQ(c.channels[0]->connectors.size(), 2u);
     EXPECT_EQ(c.channels[1]->channelMask, 2);
@@ -208,13 +174,13 @@ class SmallSystem : public AutosarTest {
 };
 
 TEST_F(SmallSystem, NamesForTheQueries) {
-    EXPECT_EQ(keys(db.clusters), (Names{"FlexRayBackbone"}));
-    EXPECT_EQ(keys(db.ecus), (Names{"BrakeControl", "EngineControl", "Gateway"}));
+    EXPECT_EQ(keys(db.clusters), (Keys{"FlexRayBackbone"}));
+    EXPECT_EQ(keys(db.ecus), (Keys{"BrakeControl", "EngineControl", "Gateway"}));
     EXPECT_EQ(db.frames.size(), 12u);
     EXPECT_EQ(db.pdus.size(), 12u);
     EXPECT_EQ(entry(db.clusters, "FlexRayBackbone").frameNames.size(), 12u);
     EXPECT_EQ(entry(db.ecus, "EngineControl").sentFrames,
-              (Names{"Engine_NM_Frame", "Engine_Status_Frame", "Gearbox_Frame", "Odometer_Frame"}));
+              (Keys{"Engine_NM_Frame", "Engine_Status_Frame", "Gearbox_Frame", "Odometer_Frame"}));
     EXPECT_EQ(entry(db.ecus, "Gateway").receivedFrames.size(), 8u);
 }
 
@@ -242,7 +208,7 @@ TEST_F(SmallSystem, FrameSchedules) {
         EXPECT_EQ(frame.baseCycle, c.base) << c.frame;
         EXPECT_EQ(frame.cycleRepetition, c.repetition) << c.frame;
         EXPECT_EQ(frame.channelMask, c.channels) << c.frame;
-        EXPECT_EQ(frame.senderEcus, (Names{c.sender})) << c.frame;
+        EXPECT_EQ(frame.senderEcus, (Keys{c.sender})) << c.frame;
         EXPECT_EQ(frame.receiverEcus.size(), 2u) << c.frame;
         EXPECT_EQ(frame.frameLength, c.slot == 70 ? 8 : 16) << c.frame;
         EXPECT_EQ(frame.pdus.size(), 1u) << c.frame;
@@ -256,18 +222,16 @@ TEST_F(SmallSystem, FrameSchedules) {
 
 TEST_F(SmallSystem, WhatTheCodecNeedsPerSignal) {
     const auto& speed = entry(db.signals, "EngineSpeed");
-    EXPECT_EQ(speed.length, 16);
-    EXPECT_EQ(speed.startPosition, 0);
-    EXPECT_EQ(speed.byteOrder, 0);
-    EXPECT_FALSE(speed.isSigned);
+    expectAll({EQ(speed.length, 16), EQ(speed.startPosition, 0), EQ(speed.byteOrder, 0),
+               EQ(speed.isSigned, false)});
     ASSERT_NE(speed.compuMethod, nullptr);
     EXPECT_EQ(speed.compuMethod->category, "LINEAR");
     EXPECT_EQ(speed.compuMethod->scales.at(0).factor, 0.25f);
     EXPECT_EQ(speed.compuMethod->unit->displayName, "rpm");
     ASSERT_NE(speed.updateBitSignal, nullptr);
-    EXPECT_EQ(speed.updateBitSignal->startPosition, 16);
-    EXPECT_EQ(speed.frameName, "Engine_Status_Frame");
-    EXPECT_EQ(speed.updateBitSignal->frameName, "Engine_Status_Frame");
+    expectAll({EQ(speed.updateBitSignal->startPosition, 16),
+               EQ(speed.frameName, "Engine_Status_Frame"),
+               EQ(speed.updateBitSignal->frameName, "Engine_Status_Frame")});
 
     EXPECT_TRUE(entry(db.signals, "YawRate").isSigned) << "SW-BASE-TYPE encoding 2C";
     EXPECT_TRUE(entry(db.signals, "SteeringAngle").isSigned);
@@ -295,13 +259,13 @@ TEST_F(SmallSystem, TriggeringsLinkPdusSignalsAndPorts) {
     EXPECT_EQ(pt.pdu, addressOf(db.pdus, "EngineStatus"));
     EXPECT_EQ(pt.ports.size(), 3u);
     EXPECT_EQ(pt.ports[0]->kind, tAutoSarPortKind::IPdu);
-    EXPECT_EQ(pt.signalTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/ST_EngineSpeed_A"}));
+    EXPECT_EQ(pt.signalTriggeringKeys, (Keys{"FlexRayBackbone/ChannelA/ST_EngineSpeed_A"}));
     const auto& st = entry(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
     EXPECT_EQ(st.signal, addressOf(db.signals, "EngineSpeed"));
     EXPECT_EQ(st.ports.at(0)->kind, tAutoSarPortKind::ISignal);
     const auto& ft =
         entry(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A");
-    EXPECT_EQ(ft.pduTriggeringKeys, (Names{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
+    EXPECT_EQ(ft.pduTriggeringKeys, (Keys{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
 }
 
 }  // namespace
@@ -323,7 +287,7 @@ TEST_F(AutosarTest, AlternativeParameterNames) {
         "<FLEXRAY-CLUSTER><SHORT-NAME>C</SHORT-NAME><FLEXRAY-CLUSTER-VARIANTS>"
         "<FLEXRAY-CLUSTER-CONDITIONAL><MAX-INITIALIZATION-ERROR>3</MAX-INITIALIZATION-ERROR>"
         "</FLEXRAY-CLUSTER-CONDITIONAL></FLEXRAY-CLUSTER-VARIANTS></FLEXRAY-CLUSTER>";
-    ASSERT_EQ(loadText(arxml(package("P", ecu + cluster))), 0);
+    ASSERT_EQ(reader.LoadText(arxml(package("P", ecu + cluster))), 0);
     EXPECT_EQ(entry(db.controllers, "E/CC").maxDynamicPayloadLength, 42u);
     EXPECT_EQ(entry(db.clusters, "C").maxInitializationError, 3u);
 }

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "autosar/autosar_test_support.h"
 #include "autosar_generator.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ TEST_F(AutosarTest, GeneratedDocumentReadsBackCompletely) {
     options.seed = 7;
     kelo::gen::AutosarStats stats;
     const std::string text = generate(options, stats);
-    ASSERT_EQ(loadText(text), 0);
+    ASSERT_EQ(reader.LoadText(text), 0);
     EXPECT_EQ(db.frames.size(), stats.frames);
     EXPECT_EQ(db.pdus.size(), stats.pdus);
     EXPECT_EQ(db.signals.size(), stats.signals + stats.updateBitSignals);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "autosar/autosar_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 

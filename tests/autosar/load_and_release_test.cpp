@@ -5,8 +5,8 @@
 #include <fstream>
 #include <string>
 
-#include "autosar/autosar_test_support.h"
 #include "xml/diagnostics.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ TEST_P(ReleaseDetection, SecondPartOfSchemaLocationDecides) {
                              c.schemaLocation + "\"><AR-PACKAGES>" +
                              package("P", "<UNIT><SHORT-NAME>km</SHORT-NAME></UNIT>") +
                              "</AR-PACKAGES></AUTOSAR>";
-    EXPECT_EQ(loadText(text), c.result);
+    EXPECT_EQ(reader.LoadText(text), c.result);
     EXPECT_EQ(db.releaseCode, c.releaseCode);
     EXPECT_EQ(db.units.size(), c.result == 0 ? 1u : 0u);  // no step runs for a refused release
 }
@@ -103,7 +103,7 @@ TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
     EXPECT_EQ(db.releaseCode, 0u);
     EXPECT_TRUE(db.frames.empty()) << "the earlier file's records are gone";
     EXPECT_TRUE(db.frameNamesBySlot.empty());
-    EXPECT_EQ(keys(db.units), (Names{"NoDisplay", "km", "kmh", "padded"}));  // bytewise order
+    EXPECT_EQ(keys(db.units), (Keys{"NoDisplay", "km", "kmh", "padded"}));  // bytewise order
 
     reader.ReadAUTOSARData(autosarFile("no-such-file.arxml"));
     EXPECT_FALSE(reader.IsLoaded());
@@ -114,16 +114,16 @@ TEST_F(AutosarTest, ReadAutosarDataReplacesTheDatabaseAndIgnoresAnEmptyName) {
 // do not run.
 TEST_F(AutosarTest, FailingStepRunsTwiceAndStopsTheLoad) {
     EXPECT_EQ(load("compu-method-without-category-4.2.arxml"), 2);
-    EXPECT_EQ(keys(db.units), (Names{"", "km"})) << "CM_Before has no UNIT-REF";
-    EXPECT_EQ(keys(db.compuMethods), (Names{"CM_Before"}))
+    EXPECT_EQ(keys(db.units), (Keys{"", "km"})) << "CM_Before has no UNIT-REF";
+    EXPECT_EQ(keys(db.compuMethods), (Keys{"CM_Before"}))
         << "elements after the failure are not read";
     EXPECT_TRUE(db.signals.empty()) << "later steps do not run";
 
     AutoSarReader ecuFailure;
     EXPECT_EQ(ecuFailure.LoadFile(autosarFile("ecu-without-name-4.2.arxml")), 2);
     const tAutoSarDatabase& d = ecuFailure.Database();
-    EXPECT_EQ(keys(d.frames), (Names{"F"})) << "steps before the ECU step completed";
-    EXPECT_EQ(keys(d.ecus), (Names{"First"}));
+    EXPECT_EQ(keys(d.frames), (Keys{"F"})) << "steps before the ECU step completed";
+    EXPECT_EQ(keys(d.ecus), (Keys{"First"}));
     EXPECT_TRUE(d.clusters.empty()) << "the cluster step does not run";
 }
 
@@ -150,10 +150,10 @@ TEST_F(AutosarTest, EachStepCanRunTwiceWithTheSameResult) {
 }
 
 TEST_F(AutosarTest, DocumentWithoutAutosarRootReadsNothing) {
-    EXPECT_EQ(loadText("<OTHER xmlns:xsi=\"x\" xsi:schemaLocation=\"a AUTOSAR_4-2-2.xsd\">"
-                       "<AR-PACKAGES>" +
-                       package("P", "<UNIT><SHORT-NAME>km</SHORT-NAME></UNIT>") +
-                       "</AR-PACKAGES></OTHER>"),
+    EXPECT_EQ(reader.LoadText("<OTHER xmlns:xsi=\"x\" xsi:schemaLocation=\"a AUTOSAR_4-2-2.xsd\">"
+                              "<AR-PACKAGES>" +
+                              package("P", "<UNIT><SHORT-NAME>km</SHORT-NAME></UNIT>") +
+                              "</AR-PACKAGES></OTHER>"),
               0);
     EXPECT_TRUE(db.units.empty());
 }

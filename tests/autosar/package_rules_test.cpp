@@ -3,7 +3,7 @@
 // more nested packages (signals, PDUs, frames).
 #include <gtest/gtest.h>
 
-#include "autosar/autosar_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -11,7 +11,7 @@ using namespace kelo_test;
 
 TEST_F(AutosarTest, FourSubPackagesHideSignalsPdusAndFrames) {
     loadOk("packages-four-subpackages-4.2.arxml");
-    EXPECT_EQ(keys(db.units), (Names{"kmh"})) << "units follow the first-package rule";
+    EXPECT_EQ(keys(db.units), (Keys{"kmh"})) << "units follow the first-package rule";
     EXPECT_TRUE(db.signals.empty());
     EXPECT_TRUE(db.pdus.empty());
     EXPECT_TRUE(db.frames.empty());
@@ -19,18 +19,18 @@ TEST_F(AutosarTest, FourSubPackagesHideSignalsPdusAndFrames) {
 
 TEST_F(AutosarTest, FiveSubPackagesAreSearchedAndTheFirstHolderWins) {
     loadOk("packages-five-subpackages-4.2.arxml");
-    EXPECT_EQ(keys(db.signals), (Names{"Speed", "Temp"}))
+    EXPECT_EQ(keys(db.signals), (Keys{"Speed", "Temp"}))
         << "MoreSignals and the later tree are not read";
-    EXPECT_EQ(keys(db.pdus), (Names{"SpeedPdu"}));
-    EXPECT_EQ(keys(db.frames), (Names{"LaterFrameSamePackage", "SpeedFrame"}));
+    EXPECT_EQ(keys(db.pdus), (Keys{"SpeedPdu"}));
+    EXPECT_EQ(keys(db.frames), (Keys{"LaterFrameSamePackage", "SpeedFrame"}));
 }
 
 TEST_F(AutosarTest, NestedPackagesCountAtAnyDepth) {
     // Vehicle holds Group1 {Signals, Frames} and Group2 {PDUs}: five packages in all.
     loadOk("packages-five-nested-at-depth-4.1.arxml");
-    EXPECT_EQ(keys(db.signals), (Names{"Speed", "Temp"}));
-    EXPECT_EQ(keys(db.pdus), (Names{"SpeedPdu"}));
-    EXPECT_EQ(keys(db.frames), (Names{"SpeedFrame"}));
+    EXPECT_EQ(keys(db.signals), (Keys{"Speed", "Temp"}));
+    EXPECT_EQ(keys(db.pdus), (Keys{"SpeedPdu"}));
+    EXPECT_EQ(keys(db.frames), (Keys{"SpeedFrame"}));
 }
 
 TEST_F(AutosarTest, ThresholdTable) {
@@ -49,7 +49,7 @@ TEST_F(AutosarTest, ThresholdTable) {
 
 TEST_F(AutosarTest, UnitsComeFromTheFirstPackageHoldingAny) {
     loadOk("units-in-second-package-4.1.arxml");
-    EXPECT_EQ(keys(db.units), (Names{"NoDisplay", "km", "kmh", "padded"}))
+    EXPECT_EQ(keys(db.units), (Keys{"NoDisplay", "km", "kmh", "padded"}))
         << "Misc has ELEMENTS but no UNIT; MoreUnits is never read";
     EXPECT_EQ(entry(db.units, "km").displayName, "kilometres") << "the later unit of a name wins";
     EXPECT_EQ(entry(db.units, "km").description, "");
@@ -57,12 +57,12 @@ TEST_F(AutosarTest, UnitsComeFromTheFirstPackageHoldingAny) {
     EXPECT_EQ(entry(db.units, "NoDisplay").displayName, "");
     EXPECT_EQ(entry(db.units, "padded").name, "padded");
     EXPECT_EQ(entry(db.units, "padded").displayName, "\tTab") << "only blanks are trimmed";
-    EXPECT_EQ(keys(db.systemSignals), (Names{"SysSigOnly"}));
+    EXPECT_EQ(keys(db.systemSignals), (Keys{"SysSigOnly"}));
 }
 
 TEST_F(AutosarTest, RPortsWinOverPPortsInTheFirstComposition) {
     loadOk("ports-r-and-p-4.2.arxml");
-    EXPECT_EQ(keys(db.ports), (Names{"R_In", "R_Other"}));
+    EXPECT_EQ(keys(db.ports), (Keys{"R_In", "R_Other"}));
     EXPECT_EQ(entry(db.ports, "R_In").compuMethod, addressOf(db.compuMethods, "CM_A"));
     EXPECT_EQ(entry(db.ports, "R_Other").compuMethod, addressOf(db.compuMethods, "CM_Unknown"))
         << "an unknown compu-method is created empty";
@@ -71,15 +71,15 @@ TEST_F(AutosarTest, RPortsWinOverPPortsInTheFirstComposition) {
 
 TEST_F(AutosarTest, PPortsAreReadWithTheReceiverPath) {
     loadOk("ports-p-only-4.2.arxml");
-    EXPECT_EQ(keys(db.ports), (Names{"P_Only"}));
+    EXPECT_EQ(keys(db.ports), (Keys{"P_Only"}));
     EXPECT_EQ(entry(db.ports, "P_Only").compuMethod, addressOf(db.compuMethods, ""))
         << "a P-port has no required com-spec: the empty-name compu-method";
 }
 
 TEST_F(AutosarTest, FirstPackageWithEcusAndClustersIsRead) {
     loadOk("ecus-and-cluster-cycle-forms-4.1.arxml");
-    EXPECT_EQ(keys(db.ecus), (Names{"Bare", "NodeA", "NodeB"})) << "MoreECUs is not read";
-    EXPECT_EQ(keys(db.clusters), (Names{"Backbone", "EmptyCluster"}));
+    EXPECT_EQ(keys(db.ecus), (Keys{"Bare", "NodeA", "NodeB"})) << "MoreECUs is not read";
+    EXPECT_EQ(keys(db.clusters), (Keys{"Backbone", "EmptyCluster"}));
 }
 
 }  // namespace

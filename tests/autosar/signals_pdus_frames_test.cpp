@@ -2,7 +2,7 @@
 // PDU placement with "_UB" companions, and frame names written back into PDUs and signals.
 #include <gtest/gtest.h>
 
-#include "autosar/autosar_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -20,15 +20,13 @@ TEST_F(SignalChain, CompuMethodsAndScales) {
     EXPECT_EQ(linear.description, "temperature");
     EXPECT_EQ(linear.unit, addressOf(db.units, "degC"));
     ASSERT_EQ(linear.scales.size(), 1u);
-    EXPECT_EQ(linear.scales[0].offset, -40.0f);
-    EXPECT_EQ(linear.scales[0].factor, 0.5f);
-    EXPECT_EQ(linear.scales[0].denominator, 1.0f);
+    expectAll({EQ(linear.scales[0].offset, -40.0f), EQ(linear.scales[0].factor, 0.5f),
+               EQ(linear.scales[0].denominator, 1.0f)});
 
     const auto& table = entry(db.compuMethods, "CM_Texttable");
     ASSERT_EQ(table.scales.size(), 2u);
-    EXPECT_EQ(table.scales[1].lowerLimit, 1u);
-    EXPECT_EQ(table.scales[1].upperLimit, 1u);
-    EXPECT_EQ(table.scales[1].text, "On");
+    expectAll({EQ(table.scales[1].lowerLimit, 1u), EQ(table.scales[1].upperLimit, 1u),
+               EQ(table.scales[1].text, "On")});
     EXPECT_EQ(table.scales[1].factor, 1.0f) << "no numerator: factor 1, offset 0";
     EXPECT_EQ(table.unit, addressOf(db.units, "")) << "no UNIT-REF: the empty-name unit";
 
@@ -72,7 +70,7 @@ TEST_F(SignalChain, PoliciesDecideWhereTheCompuMethodComesFrom) {
 
 TEST_F(SignalChain, ReferencesToUnknownNamesCreateEmptyRecords) {
     EXPECT_EQ(keys(db.systemSignals),
-              (Names{"SysSig_Ghost", "SysSig_Nowhere", "SysSig_Temp", "SysSig_Unmapped"}));
+              (Keys{"SysSig_Ghost", "SysSig_Nowhere", "SysSig_Temp", "SysSig_Unmapped"}));
     EXPECT_EQ(entry(db.systemSignals, "SysSig_Ghost").port, addressOf(db.ports, "RP_Ghost"));
     EXPECT_EQ(entry(db.systemSignals, "SysSig_Nowhere").port, nullptr);
     EXPECT_EQ(entry(db.ports, "RP_Ghost").compuMethod, nullptr);
@@ -91,7 +89,7 @@ TEST_F(SignalChain, SignalFields) {
 TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
     loadOk("pdus-kinds-update-bits-timing-4.2.arxml");
     EXPECT_EQ(keys(db.pdus),
-              (Names{"Clash", "NM_Node", "N_Diag", "P_Cyclic", "P_Event", "P_Second"}))
+              (Keys{"Clash", "NM_Node", "N_Diag", "P_Cyclic", "P_Event", "P_Second"}))
         << "nameless PDUs skipped, MorePDUs not read";
     const struct {
         const char* pdu;
@@ -122,34 +120,27 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
     const tAutoSarSignalInfo* speed = addressOf(db.signals, "Speed");
     const tAutoSarSignalInfo* speedUb = addressOf(db.signals, "Speed_UB");
     ASSERT_NE(speedUb, nullptr);
-    EXPECT_EQ(namesOf(event.signals), (Names{"Speed", "Speed_UB", "Temp"}));
+    EXPECT_EQ(namesOf(event.signals), (Keys{"Speed", "Speed_UB", "Temp"}));
     EXPECT_EQ(event.signals.at(0), speed);
     EXPECT_EQ(event.signals.at(1), speedUb);
-    EXPECT_EQ(speed->updateBitSignal, speedUb);
-    EXPECT_EQ(speed->updateBitPosition, 7);
-    EXPECT_EQ(speed->startPosition, 8);
-    EXPECT_EQ(speed->byteOrder, 1);
-    EXPECT_EQ(speed->pduName, "P_Event");
+    expectAll({EQ(speed->updateBitSignal, speedUb), EQ(speed->updateBitPosition, 7),
+               EQ(speed->startPosition, 8), EQ(speed->byteOrder, 1),
+               EQ(speed->pduName, "P_Event")});
     EXPECT_EQ(speed->compuMethod, addressOf(db.compuMethods, "CM_Speed"))
         << "reading PDUs keeps it";
-    EXPECT_EQ(speedUb->length, 1);
-    EXPECT_EQ(speedUb->startPosition, 7);
-    EXPECT_EQ(speedUb->updateBitPosition, 65535);
-    EXPECT_EQ(speedUb->pduName, "P_Event");
-    EXPECT_EQ(speedUb->compuMethod, nullptr);
-    EXPECT_EQ(speedUb->updateBitSignal, nullptr);
+    expectAll({EQ(speedUb->length, 1), EQ(speedUb->startPosition, 7),
+               EQ(speedUb->updateBitPosition, 65535), EQ(speedUb->pduName, "P_Event"),
+               EQ(speedUb->compuMethod, nullptr), EQ(speedUb->updateBitSignal, nullptr)});
 
     const auto& temp = entry(db.signals, "Temp");
-    EXPECT_EQ(temp.updateBitPosition, 65535);
-    EXPECT_EQ(temp.updateBitSignal, nullptr);
-    EXPECT_EQ(temp.byteOrder, 0);
+    expectAll({EQ(temp.updateBitPosition, 65535), EQ(temp.updateBitSignal, nullptr),
+               EQ(temp.byteOrder, 0)});
     EXPECT_EQ(addressOf(db.signals, "Temp_UB"), nullptr);
 
     // Shared is mapped twice: the second PDU's placement wins.
     const auto& shared = entry(db.signals, "Shared");
-    EXPECT_EQ(shared.pduName, "P_Second");
-    EXPECT_EQ(shared.startPosition, 40);
-    EXPECT_EQ(shared.byteOrder, 1);
+    expectAll(
+        {EQ(shared.pduName, "P_Second"), EQ(shared.startPosition, 40), EQ(shared.byteOrder, 1)});
     // An unknown signal is created and placed.
     EXPECT_EQ(entry(db.signals, "Ghost").pduName, "P_Second");
     EXPECT_EQ(entry(db.signals, "Ghost").length, 0);
@@ -157,23 +148,19 @@ TEST_F(AutosarTest, PduKindsTimingAndUpdateBits) {
 
 TEST_F(AutosarTest, FramesCarryPdusAndNameTheirSignals) {
     loadOk("frames-carrying-pdus-4.2.arxml");
-    EXPECT_EQ(keys(db.frames), (Names{"F1", "F2", "F_Ghost", "F_NoLength"}));
+    EXPECT_EQ(keys(db.frames), (Keys{"F1", "F2", "F_Ghost", "F_NoLength"}));
     const auto& f1 = entry(db.frames, "F1");
     EXPECT_EQ(f1.frameLength, 16);
     EXPECT_EQ(f1.description, "first");
-    EXPECT_EQ(namesOf(f1.pdus), (Names{"P1", "P2"}));
+    EXPECT_EQ(namesOf(f1.pdus), (Keys{"P1", "P2"}));
     EXPECT_EQ(f1.pdus.at(1), addressOf(db.pdus, "P2"));
     EXPECT_EQ(entry(db.frames, "F_NoLength").frameLength, 0);
 
     const auto& p1 = entry(db.pdus, "P1");
-    EXPECT_EQ(p1.frameName, "F1");
-    EXPECT_EQ(p1.frameByteOrder, 0);
-    EXPECT_EQ(p1.frameStartPosition, 0);
+    expectAll({EQ(p1.frameName, "F1"), EQ(p1.frameByteOrder, 0), EQ(p1.frameStartPosition, 0)});
     // P2 is in both frames: the second mapping wins.
     const auto& p2 = entry(db.pdus, "P2");
-    EXPECT_EQ(p2.frameName, "F2");
-    EXPECT_EQ(p2.frameByteOrder, 1);
-    EXPECT_EQ(p2.frameStartPosition, 8);
+    expectAll({EQ(p2.frameName, "F2"), EQ(p2.frameByteOrder, 1), EQ(p2.frameStartPosition, 8)});
     EXPECT_EQ(entry(db.frames, "F2").pdus.size(), 1u);
 
     for (const char* signal : {"A", "A_UB", "B"})

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "autosar/autosar_test_support.h"
 #include "xml/diagnostics.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fibex/fibex_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -21,23 +21,17 @@ TEST_F(FibexTest, ChannelsAndPduTriggerings) {
     loadOk("small-flexray-cluster.xml");
     EXPECT_EQ(keys(db.channels), (Keys{"CH_A", "CH_B"}));
     const Channel& a = entry(db.channels, "CH_A");
-    EXPECT_EQ(a.shortName, "FlexRay_A");
-    EXPECT_EQ(a.desc, "Channel A of the backbone");
-    EXPECT_EQ(a.flexrayChannelName, "A");
-    EXPECT_EQ(a.channelMask, 1);
+    expectAll({EQ(a.shortName, "FlexRay_A"), EQ(a.desc, "Channel A of the backbone"),
+               EQ(a.flexrayChannelName, "A"), EQ(a.channelMask, 1)});
     ASSERT_EQ(a.pduTriggerings.size(), 1u);
-    EXPECT_EQ(a.pduTriggerings[0].id, "PT_A_DYN");
-    EXPECT_EQ(a.pduTriggerings[0].pduId, "PDU_DYN");
-    EXPECT_EQ(a.pduTriggerings[0].timingKind, 2);
+    expectAll({EQ(a.pduTriggerings[0].id, "PT_A_DYN"), EQ(a.pduTriggerings[0].pduId, "PDU_DYN"),
+               EQ(a.pduTriggerings[0].timingKind, 2)});
     ASSERT_EQ(a.frameTriggerings.size(), 2u);
-    EXPECT_EQ(a.frameTriggerings[0].id, "FT_A_DYN");
-    EXPECT_EQ(a.frameTriggerings[1].id, "FT_A_ENG");
-    EXPECT_EQ(a.frameTriggerings[1].slotId, 12);
+    expectAll({EQ(a.frameTriggerings[0].id, "FT_A_DYN"), EQ(a.frameTriggerings[1].id, "FT_A_ENG"),
+               EQ(a.frameTriggerings[1].slotId, 12)});
     const Channel& b = entry(db.channels, "CH_B");
-    EXPECT_EQ(b.shortName, "FlexRay_B");
-    EXPECT_EQ(b.desc, "");
-    EXPECT_EQ(b.flexrayChannelName, "B");
-    EXPECT_EQ(b.channelMask, 2);
+    expectAll({EQ(b.shortName, "FlexRay_B"), EQ(b.desc, ""), EQ(b.flexrayChannelName, "B"),
+               EQ(b.channelMask, 2)});
     ASSERT_EQ(b.frameTriggerings.size(), 2u);
     EXPECT_EQ(b.frameTriggerings[1].frameId, "FR_NM");
 
@@ -64,17 +58,12 @@ TEST_F(FibexTest, FrameTriggeringsAndTheFrameSchedule) {
     EXPECT_EQ(t.desc, "dynamics frame on A");
     EXPECT_EQ(t.frameId, "FR_DYN");
     EXPECT_EQ(t.frame, addressOf(db.frames, "FR_DYN"));
-    EXPECT_EQ(t.identifierType, "");
-    EXPECT_FALSE(t.extendedAddressing);
-    EXPECT_EQ(t.identifier, 0u);
-    EXPECT_EQ(t.applicationProtocol, "");
-    EXPECT_EQ(t.slotId, 5);
-    EXPECT_EQ(t.baseCycle, 0);
-    EXPECT_EQ(t.cycleRepetition, 1);
+    expectAll({EQ(t.identifierType, ""), EQ(t.extendedAddressing, false), EQ(t.identifier, 0u),
+               EQ(t.applicationProtocol, ""), EQ(t.slotId, 5), EQ(t.baseCycle, 0),
+               EQ(t.cycleRepetition, 1)});
     const auto& nmTrigger = entry(db.frameTriggerings, "FT_B_NM");
-    EXPECT_EQ(nmTrigger.slotId, 60);
-    EXPECT_EQ(nmTrigger.baseCycle, 3);
-    EXPECT_EQ(nmTrigger.cycleRepetition, 8);
+    expectAll(
+        {EQ(nmTrigger.slotId, 60), EQ(nmTrigger.baseCycle, 3), EQ(nmTrigger.cycleRepetition, 8)});
 
     struct Case {
         const char* frame;
@@ -88,10 +77,8 @@ TEST_F(FibexTest, FrameTriggeringsAndTheFrameSchedule) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.frame);
         const auto& f = entry(db.frames, c.frame);
-        EXPECT_EQ(f.slotId, c.slot);
-        EXPECT_EQ(f.baseCycle, c.base);
-        EXPECT_EQ(f.cycleRepetition, c.repetition);
-        EXPECT_EQ(f.channelMask, c.mask);
+        expectAll({EQ(f.slotId, c.slot), EQ(f.baseCycle, c.base),
+                   EQ(f.cycleRepetition, c.repetition), EQ(f.channelMask, c.mask)});
     }
 }
 
@@ -99,10 +86,8 @@ TEST_F(FibexTest, LastTriggeringDecidesTheSchedule) {
     loadOk("frame-triggerings-schedule.xml");
     // FrameX: scheduled on A, then triggered on B without timing: no schedule left.
     const auto& x = entry(db.frames, "FR_X");
-    EXPECT_EQ(x.channelMask, 3);
-    EXPECT_EQ(x.slotId, 0);
-    EXPECT_EQ(x.baseCycle, 0);
-    EXPECT_EQ(x.cycleRepetition, 0);
+    expectAll(
+        {EQ(x.channelMask, 3), EQ(x.slotId, 0), EQ(x.baseCycle, 0), EQ(x.cycleRepetition, 0)});
     EXPECT_EQ(entry(db.frameTriggerings, "FT_X_A").slotId, 7);
     EXPECT_EQ(entry(db.frameTriggerings, "FT_X_A").baseCycle, 2);
     EXPECT_EQ(entry(db.frameTriggerings, "FT_X_A").cycleRepetition, 8);
@@ -116,16 +101,12 @@ TEST_F(FibexTest, LastTriggeringDecidesTheSchedule) {
     EXPECT_EQ(y.baseCycle, 300 % 256);
     EXPECT_EQ(y.cycleRepetition, 260 % 256);
     const auto& yb = entry(db.frameTriggerings, "FT_Y_B");
-    EXPECT_EQ(yb.slotId, 2100);
-    EXPECT_EQ(yb.baseCycle, 300);
-    EXPECT_EQ(yb.cycleRepetition, 260);
+    expectAll({EQ(yb.slotId, 2100), EQ(yb.baseCycle, 300), EQ(yb.cycleRepetition, 260)});
 
     // FrameZ: twice on the same channel; the second one wins, the mask stays 1.
     const auto& z = entry(db.frames, "FR_Z");
-    EXPECT_EQ(z.channelMask, 1);
-    EXPECT_EQ(z.slotId, 31);
-    EXPECT_EQ(z.baseCycle, 2);
-    EXPECT_EQ(z.cycleRepetition, 4);
+    expectAll(
+        {EQ(z.channelMask, 1), EQ(z.slotId, 31), EQ(z.baseCycle, 2), EQ(z.cycleRepetition, 4)});
     EXPECT_EQ(entry(db.frameTriggerings, "FT_Z_1").slotId, 30);
 }
 
@@ -179,46 +160,27 @@ TEST_F(FibexTest, ControllerParametersFieldByField) {
     loadOk("small-flexray-cluster.xml");
     EXPECT_EQ(keys(db.controllers), (Keys{"CTRL_BRK", "CTRL_ENG", "CTRL_GW"}));
     const Controller& c = entry(db.controllers, "CTRL_GW");
-    EXPECT_EQ(c.shortName, "GatewayCtrl");
-    EXPECT_EQ(c.desc, "gateway communication controller");
-    EXPECT_EQ(c.type, "flexray:CONTROLLER-TYPE");
-    EXPECT_EQ(c.j1939NodeAddress, 0u);
-    EXPECT_EQ(c.j1939NodeName, 0u);
-    EXPECT_EQ(c.keySlotUsageStartupSync, 5u);
-    EXPECT_EQ(c.maxDynamicPayloadLength, 127u);
-    EXPECT_EQ(c.clusterDriftDamping, 2u);
-    EXPECT_EQ(c.decodingCorrection, 56u);
-    EXPECT_EQ(c.maxDrift, 601u);
-    EXPECT_EQ(c.latestTx, 249u);
-    EXPECT_EQ(c.microPerCycle, 200000u);
-    EXPECT_EQ(c.microPerMacroNom, 40u);
-    EXPECT_EQ(c.offsetCorrectionOut, 383u);
-    EXPECT_EQ(c.rateCorrectionOut, 602u);
-    EXPECT_EQ(c.delayCompensationA, 11u);
-    EXPECT_EQ(c.delayCompensationB, 13u);
-    EXPECT_EQ(c.listenTimeout, 401202u);
-    EXPECT_EQ(c.externOffsetCorrection, 7u);
-    EXPECT_EQ(c.externRateCorrection, 3u);
-    EXPECT_EQ(c.wakeUpPattern, 33u);
-    EXPECT_TRUE(c.allowHaltDueToClock);
-    EXPECT_EQ(c.allowPassiveToActive, 17u);
-    EXPECT_EQ(c.acceptedStartupRange, 212u);
-    EXPECT_EQ(c.macroInitialOffsetA, 14u);
-    EXPECT_EQ(c.macroInitialOffsetB, 15u);
-    EXPECT_EQ(c.microInitialOffsetA, 23u);
-    EXPECT_EQ(c.microInitialOffsetB, 29u);
-    EXPECT_EQ(c.singleSlotEnabled, 1u);
-    EXPECT_EQ(c.microtick, 0.025f);
+    expectAll({EQ(c.shortName, "GatewayCtrl"), EQ(c.desc, "gateway communication controller"),
+               EQ(c.type, "flexray:CONTROLLER-TYPE"), EQ(c.j1939NodeAddress, 0u),
+               EQ(c.j1939NodeName, 0u), EQ(c.keySlotUsageStartupSync, 5u),
+               EQ(c.maxDynamicPayloadLength, 127u), EQ(c.clusterDriftDamping, 2u)});
+    expectAll({EQ(c.decodingCorrection, 56u), EQ(c.maxDrift, 601u), EQ(c.latestTx, 249u),
+               EQ(c.microPerCycle, 200000u), EQ(c.microPerMacroNom, 40u),
+               EQ(c.offsetCorrectionOut, 383u), EQ(c.rateCorrectionOut, 602u),
+               EQ(c.delayCompensationA, 11u)});
+    expectAll({EQ(c.delayCompensationB, 13u), EQ(c.listenTimeout, 401202u),
+               EQ(c.externOffsetCorrection, 7u), EQ(c.externRateCorrection, 3u),
+               EQ(c.wakeUpPattern, 33u), EQ(c.allowHaltDueToClock, true),
+               EQ(c.allowPassiveToActive, 17u), EQ(c.acceptedStartupRange, 212u)});
+    expectAll({EQ(c.macroInitialOffsetA, 14u), EQ(c.macroInitialOffsetB, 15u),
+               EQ(c.microInitialOffsetA, 23u), EQ(c.microInitialOffsetB, 29u),
+               EQ(c.singleSlotEnabled, 1u), EQ(c.microtick, 0.025f)});
 
     // Parameters absent from the file are 0.
     const Controller& eng = entry(db.controllers, "CTRL_ENG");
-    EXPECT_EQ(eng.shortName, "EngineCtrl");
-    EXPECT_EQ(eng.keySlotUsageStartupSync, 12u);
-    EXPECT_EQ(eng.latestTx, 240u);
-    EXPECT_EQ(eng.microtick, 0.0125f);
-    EXPECT_EQ(eng.maxDrift, 0u);
-    EXPECT_EQ(eng.listenTimeout, 0u);
-    EXPECT_FALSE(eng.allowHaltDueToClock);
+    expectAll({EQ(eng.shortName, "EngineCtrl"), EQ(eng.keySlotUsageStartupSync, 12u),
+               EQ(eng.latestTx, 240u), EQ(eng.microtick, 0.0125f), EQ(eng.maxDrift, 0u),
+               EQ(eng.listenTimeout, 0u), EQ(eng.allowHaltDueToClock, false)});
     const Controller& brk = entry(db.controllers, "CTRL_BRK");
     EXPECT_EQ(brk.keySlotUsageStartupSync, 0u);
     EXPECT_EQ(brk.microtick, 0.0f);
@@ -233,9 +195,8 @@ TEST_F(FibexTest, ConnectorsAndPorts) {
     EXPECT_EQ(keys(db.outputPorts), (Keys{"OP_ENG_ENG", "OP_GW_DYN_A", "OP_GW_DYN_B"}));
 
     const auto& conn = entry(db.connectors, "CONN_GW_A");
-    EXPECT_EQ(conn.desc, "gateway on A");
-    EXPECT_EQ(conn.channelId, "CH_A");
-    EXPECT_EQ(conn.controllerId, "CTRL_GW");
+    expectAll({EQ(conn.desc, "gateway on A"), EQ(conn.channelId, "CH_A"),
+               EQ(conn.controllerId, "CTRL_GW")});
     EXPECT_EQ(conn.channel, addressOf(db.channels, "CH_A"));
     EXPECT_EQ(conn.controller, addressOf(db.controllers, "CTRL_GW"));
     EXPECT_TRUE(conn.wakeUpChannel);
@@ -258,9 +219,8 @@ TEST_F(FibexTest, ConnectorsAndPorts) {
     const auto& brk = entry(db.connectors, "CONN_BRK_A");
     EXPECT_EQ(brk.inputPortCount, 2u);
     ASSERT_EQ(brk.inputPorts.size(), 2u);
-    EXPECT_EQ(brk.inputPorts[0].frameTriggeringId, "FT_A_DYN");
-    EXPECT_EQ(brk.inputPorts[1].frameTriggeringId, "FT_A_ENG");
-    EXPECT_EQ(brk.outputPortCount, 0u);
+    expectAll({EQ(brk.inputPorts[0].frameTriggeringId, "FT_A_DYN"),
+               EQ(brk.inputPorts[1].frameTriggeringId, "FT_A_ENG"), EQ(brk.outputPortCount, 0u)});
     EXPECT_TRUE(brk.outputPorts.empty());
 
     const auto& port = entry(db.inputPorts, "IP_GW_NM");
@@ -270,13 +230,11 @@ TEST_F(FibexTest, ConnectorsAndPorts) {
 }
 
 void expectGateway(const Ecu& ecu, const BusDatabase& db) {
-    EXPECT_EQ(ecu.shortName, "Gateway");
-    EXPECT_EQ(ecu.desc, "central gateway");
-    EXPECT_EQ(ecu.controllerCount, 1u);
+    expectAll({EQ(ecu.shortName, "Gateway"), EQ(ecu.desc, "central gateway"),
+               EQ(ecu.controllerCount, 1u)});
     ASSERT_EQ(ecu.controllers.size(), 1u);
-    EXPECT_EQ(ecu.controllers[0].shortName, "GatewayCtrl");
-    EXPECT_EQ(ecu.controllers[0].listenTimeout, 401202u);
-    EXPECT_EQ(ecu.connectorCount, 2u);
+    expectAll({EQ(ecu.controllers[0].shortName, "GatewayCtrl"),
+               EQ(ecu.controllers[0].listenTimeout, 401202u), EQ(ecu.connectorCount, 2u)});
     ASSERT_EQ(ecu.connectors.size(), 2u);
     EXPECT_EQ(ecu.connectors[0].channelId, "CH_A");
     EXPECT_EQ(ecu.connectors[1].channelId, "CH_B");
@@ -289,9 +247,8 @@ TEST_F(FibexTest, EcuIsCopiedIntoThreeContainers) {
     EXPECT_EQ(keys(db.ecus), (Keys{"ECU_BRK", "ECU_ENG", "ECU_GW"}));
     EXPECT_EQ(keys(db.ecusByName), (Keys{"BrakeEcu", "EngineEcu", "Gateway"}));
     ASSERT_EQ(db.ecuList.size(), 3u);
-    EXPECT_EQ(db.ecuList[0].first, "ECU_GW");
-    EXPECT_EQ(db.ecuList[1].first, "ECU_ENG");
-    EXPECT_EQ(db.ecuList[2].first, "ECU_BRK");
+    expectAll({EQ(db.ecuList[0].first, "ECU_GW"), EQ(db.ecuList[1].first, "ECU_ENG"),
+               EQ(db.ecuList[2].first, "ECU_BRK")});
     {
         SCOPED_TRACE("ecus");
         expectGateway(entry(db.ecus, "ECU_GW"), db);
@@ -326,9 +283,8 @@ TEST_F(FibexTest, EcuFaultsDropTheOneElement) {
     EXPECT_TRUE(ecu.controllers[0].allowHaltDueToClock);
     ASSERT_EQ(ecu.connectors.size(), 1u);
     const auto& conn = ecu.connectors[0];
-    EXPECT_EQ(conn.desc, "ports with and without a triggering");
-    EXPECT_EQ(conn.inputPortCount, 2u);
-    EXPECT_EQ(conn.outputPortCount, 2u);
+    expectAll({EQ(conn.desc, "ports with and without a triggering"), EQ(conn.inputPortCount, 2u),
+               EQ(conn.outputPortCount, 2u)});
     ASSERT_EQ(conn.inputPorts.size(), 1u);
     EXPECT_EQ(conn.inputPorts[0].completeFrame, "kept-input");
     ASSERT_EQ(conn.outputPorts.size(), 1u);
@@ -342,47 +298,27 @@ TEST_F(FibexTest, ClusterParametersFieldByField) {
     loadOk("small-flexray-cluster.xml");
     EXPECT_EQ(keys(db.clusters), Keys{"CL_PT"});
     const auto& c = entry(db.clusters, "CL_PT");
-    EXPECT_EQ(c.shortName, "PowertrainCluster");
-    EXPECT_EQ(c.desc, "FlexRay backbone of the powertrain");
-    EXPECT_EQ(c.speed, 10000000u);
-    EXPECT_FALSE(c.isHighLowBitOrder);
-    EXPECT_EQ(c.bitCountingPolicy, "SAWTOOTH");
-    EXPECT_EQ(c.protocol, "FlexRay");
+    expectAll({EQ(c.shortName, "PowertrainCluster"),
+               EQ(c.desc, "FlexRay backbone of the powertrain"), EQ(c.speed, 10000000u),
+               EQ(c.isHighLowBitOrder, false), EQ(c.bitCountingPolicy, "SAWTOOTH"),
+               EQ(c.protocol, "FlexRay")});
     EXPECT_EQ(c.channels, (std::vector<kelo::fibex::Channel*>{
                               const_cast<Channel*>(addressOf(db.channels, "CH_A")),
                               const_cast<Channel*>(addressOf(db.channels, "CH_B"))}));
-    EXPECT_EQ(c.medium, "FlexRay");
-    EXPECT_EQ(c.maxFrameLength, 254u);
-    EXPECT_EQ(c.coldStartAttempts, 8u);
-    EXPECT_EQ(c.actionPointOffset, 4u);
-    EXPECT_EQ(c.dynamicSlotIdlePhase, 1u);
-    EXPECT_EQ(c.minislot, 6u);
-    EXPECT_EQ(c.minislotActionPointOffset, 3u);
-    EXPECT_EQ(c.nit, 44u);
-    EXPECT_EQ(c.staticSlot, 24u);
-    EXPECT_EQ(c.symbolWindow, 13u);
-    EXPECT_EQ(c.tssTransmitter, 9u);
-    EXPECT_EQ(c.wakeUpSymbolRxIdle, 59u);
-    EXPECT_EQ(c.wakeUpSymbolRxLow, 50u);
-    EXPECT_EQ(c.wakeUpSymbolRxWindow, 301u);
-    EXPECT_EQ(c.wakeUpSymbolTxIdle, 180u);
-    EXPECT_EQ(c.wakeUpSymbolTxLow, 60u);
-    EXPECT_EQ(c.listenNoise, 2u);
-    EXPECT_EQ(c.macroPerCycle, 5000u);
-    EXPECT_EQ(c.macrotick, 11u);
-    EXPECT_EQ(c.maxInitializationError, 7u);
-    EXPECT_EQ(c.maxWithoutClockCorrectionFatal, 14u);
-    EXPECT_EQ(c.maxWithoutClockCorrectionPassive, 10u);
-    EXPECT_EQ(c.networkManagementVectorLength, 12u);
-    EXPECT_EQ(c.numberOfMinislots, 289u);
-    EXPECT_EQ(c.numberOfStaticSlots, 91u);
-    EXPECT_EQ(c.offsetCorrectionStart, 4981u);
-    EXPECT_EQ(c.payloadLengthStatic, 16u);
-    EXPECT_EQ(c.syncNodeMax, 15u);
-    EXPECT_EQ(c.casRxLowMax, 87u);
-    EXPECT_EQ(c.cycle, 4999u);
-    EXPECT_EQ(c.clusterDriftDamping, 1.5f);
-    EXPECT_EQ(c.applicationProtocol, "");
+    expectAll({EQ(c.medium, "FlexRay"), EQ(c.maxFrameLength, 254u), EQ(c.coldStartAttempts, 8u),
+               EQ(c.actionPointOffset, 4u), EQ(c.dynamicSlotIdlePhase, 1u), EQ(c.minislot, 6u),
+               EQ(c.minislotActionPointOffset, 3u), EQ(c.nit, 44u)});
+    expectAll({EQ(c.staticSlot, 24u), EQ(c.symbolWindow, 13u), EQ(c.tssTransmitter, 9u),
+               EQ(c.wakeUpSymbolRxIdle, 59u), EQ(c.wakeUpSymbolRxLow, 50u),
+               EQ(c.wakeUpSymbolRxWindow, 301u), EQ(c.wakeUpSymbolTxIdle, 180u),
+               EQ(c.wakeUpSymbolTxLow, 60u)});
+    expectAll({EQ(c.listenNoise, 2u), EQ(c.macroPerCycle, 5000u), EQ(c.macrotick, 11u),
+               EQ(c.maxInitializationError, 7u), EQ(c.maxWithoutClockCorrectionFatal, 14u),
+               EQ(c.maxWithoutClockCorrectionPassive, 10u),
+               EQ(c.networkManagementVectorLength, 12u), EQ(c.numberOfMinislots, 289u)});
+    expectAll({EQ(c.numberOfStaticSlots, 91u), EQ(c.offsetCorrectionStart, 4981u),
+               EQ(c.payloadLengthStatic, 16u), EQ(c.syncNodeMax, 15u), EQ(c.casRxLowMax, 87u),
+               EQ(c.cycle, 4999u), EQ(c.clusterDriftDamping, 1.5f), EQ(c.applicationProtocol, "")});
     ASSERT_EQ(c.channels.size(), 2u);
     EXPECT_EQ(c.channels[0]->shortName, "FlexRay_A");  // channels before clusters
 }
@@ -391,20 +327,15 @@ TEST_F(FibexTest, ClusterWithoutNumberOfStaticSlotsIsKept) {
     loadOk("cluster-without-number-of-static-slots.xml");
     EXPECT_EQ(keys(db.clusters), (Keys{"CL_BARE", "CL_NO_STATIC_SLOTS"}));
     const auto& c = entry(db.clusters, "CL_NO_STATIC_SLOTS");
-    EXPECT_EQ(c.shortName, "NoStaticSlots");
-    EXPECT_EQ(c.numberOfStaticSlots, 0u);
-    EXPECT_EQ(c.speed, 5000000u);
-    EXPECT_TRUE(c.isHighLowBitOrder);
-    EXPECT_EQ(c.bitCountingPolicy, "MONOTONE");
-    EXPECT_EQ(c.macroPerCycle, 3636u);
+    expectAll({EQ(c.shortName, "NoStaticSlots"), EQ(c.numberOfStaticSlots, 0u),
+               EQ(c.speed, 5000000u), EQ(c.isHighLowBitOrder, true),
+               EQ(c.bitCountingPolicy, "MONOTONE"), EQ(c.macroPerCycle, 3636u)});
     ASSERT_EQ(c.channels.size(), 1u);
     EXPECT_EQ(c.channels[0], addressOf(db.channels, "CH_ONLY"));
     // Absent items: bit order true, the rest empty.
     const auto& bare = entry(db.clusters, "CL_BARE");
-    EXPECT_TRUE(bare.isHighLowBitOrder);
-    EXPECT_EQ(bare.speed, 0u);
-    EXPECT_EQ(bare.protocol, "");
-    EXPECT_EQ(bare.medium, "");
+    expectAll({EQ(bare.isHighLowBitOrder, true), EQ(bare.speed, 0u), EQ(bare.protocol, ""),
+               EQ(bare.medium, "")});
     EXPECT_TRUE(bare.channels.empty());
     EXPECT_EQ(bare.numberOfStaticSlots, 2u);
 }
@@ -414,34 +345,25 @@ TEST_F(FibexTest, ClusterWithoutNumberOfStaticSlotsIsKept) {
 TEST_F(FibexTest, NiXnetExtension) {
     loadOk("ni-xnet-extension.xml");
     const auto& j1939 = entry(db.clusters, "CL_J1939");
-    EXPECT_EQ(j1939.applicationProtocol, "J1939");
-    EXPECT_EQ(j1939.speed, 250000u);
-    EXPECT_EQ(j1939.protocol, "CAN");
-    EXPECT_EQ(j1939.medium, "CAN");
-    EXPECT_FALSE(j1939.isHighLowBitOrder);
-    EXPECT_EQ(j1939.numberOfStaticSlots, 0u);
+    expectAll({EQ(j1939.applicationProtocol, "J1939"), EQ(j1939.speed, 250000u),
+               EQ(j1939.protocol, "CAN"), EQ(j1939.medium, "CAN"),
+               EQ(j1939.isHighLowBitOrder, false), EQ(j1939.numberOfStaticSlots, 0u)});
     EXPECT_EQ(entry(db.clusters, "CL_PLAIN_CAN").applicationProtocol, "");
 
     const auto& eec1 = entry(db.frameTriggerings, "FT_EEC1");
-    EXPECT_EQ(eec1.identifierType, "fx:CAN-IDENTIFIER-VALUE-TYPE");
-    EXPECT_TRUE(eec1.extendedAddressing);
-    EXPECT_EQ(eec1.identifier, 217056510u);
-    EXPECT_EQ(eec1.applicationProtocol, "J1939");
-    EXPECT_EQ(eec1.slotId, 0);
+    expectAll({EQ(eec1.identifierType, "fx:CAN-IDENTIFIER-VALUE-TYPE"),
+               EQ(eec1.extendedAddressing, true), EQ(eec1.identifier, 217056510u),
+               EQ(eec1.applicationProtocol, "J1939"), EQ(eec1.slotId, 0)});
     const auto& standard = entry(db.frameTriggerings, "FT_STD");
-    EXPECT_EQ(standard.desc, "standard identifier, no extension");
-    EXPECT_EQ(standard.identifierType, "");
-    EXPECT_FALSE(standard.extendedAddressing);
-    EXPECT_EQ(standard.identifier, 291u);
-    EXPECT_EQ(standard.applicationProtocol, "");
+    expectAll({EQ(standard.desc, "standard identifier, no extension"),
+               EQ(standard.identifierType, ""), EQ(standard.extendedAddressing, false),
+               EQ(standard.identifier, 291u), EQ(standard.applicationProtocol, "")});
     EXPECT_EQ(entry(db.frames, "FR_EEC1").channelMask, 0);
 
     const auto& ctrl = entry(db.controllers, "CTRL_J1939");
-    EXPECT_EQ(ctrl.shortName, "EngineJ1939");
-    EXPECT_EQ(ctrl.desc, "J1939 node of the engine");
-    EXPECT_EQ(ctrl.type, "can:CONTROLLER-TYPE");
-    EXPECT_EQ(ctrl.j1939NodeAddress, 38u);
-    EXPECT_EQ(ctrl.j1939NodeName, 0xA00C81045A20021Bull);
+    expectAll({EQ(ctrl.shortName, "EngineJ1939"), EQ(ctrl.desc, "J1939 node of the engine"),
+               EQ(ctrl.type, "can:CONTROLLER-TYPE"), EQ(ctrl.j1939NodeAddress, 38u),
+               EQ(ctrl.j1939NodeName, 0xA00C81045A20021Bull)});
     EXPECT_EQ(entry(db.outputPorts, "OP_EEC1").frameTriggering,
               addressOf(db.frameTriggerings, "FT_EEC1"));
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "fibex/fibex_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 

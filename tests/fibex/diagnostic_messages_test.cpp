@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "fibex/fibex_test_support.h"
 #include "xml/diagnostics.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "fibex/fibex_test_support.h"
 #include "xml/diagnostics.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -57,21 +57,18 @@ TEST_P(VersionFiles, CodeVersionAndPduStep) {
     const auto& pdu = entry(db.pdus, "PDU_V");
     const auto& signal = entry(db.signals, "SIG_V");
     if (v.pduStepRuns) {
-        EXPECT_EQ(pdu.shortName, "VersionPdu");
-        EXPECT_EQ(pdu.byteLength, 4);
-        EXPECT_EQ(pdu.signalInstanceCount, 1u);
+        expectAll({EQ(pdu.shortName, "VersionPdu"), EQ(pdu.byteLength, 4),
+                   EQ(pdu.signalInstanceCount, 1u)});
         EXPECT_EQ(keys(db.signalInstances), Keys{"SI_V"});
-        EXPECT_EQ(signal.pduId, "PDU_V");
-        EXPECT_EQ(signal.bitPosition, 11);
-        EXPECT_TRUE(signal.isHighLowByteOrder);
+        expectAll({EQ(signal.pduId, "PDU_V"), EQ(signal.bitPosition, 11),
+                   EQ(signal.isHighLowByteOrder, true)});
     } else {
         EXPECT_EQ(pdu.shortName, "");
         EXPECT_EQ(pdu.byteLength, 0);
         EXPECT_TRUE(pdu.signalInstances.empty());
         EXPECT_TRUE(db.signalInstances.empty());
-        EXPECT_EQ(signal.pduId, "");
-        EXPECT_EQ(signal.bitPosition, 0);
-        EXPECT_FALSE(signal.isHighLowByteOrder);
+        expectAll({EQ(signal.pduId, ""), EQ(signal.bitPosition, 0),
+                   EQ(signal.isHighLowByteOrder, false)});
     }
 }
 
@@ -89,17 +86,11 @@ TEST_F(FibexTest, Version120aReadsFramesWithoutPdus) {
     EXPECT_TRUE(db.pdus.empty());
     EXPECT_TRUE(db.signalInstances.empty());
     const auto& frame = entry(db.frames, "FR_OLD");
-    EXPECT_EQ(frame.shortName, "OldFrame");
-    EXPECT_EQ(frame.byteLength, 6);
-    EXPECT_EQ(frame.pduInstanceCount, 0u);
-    EXPECT_EQ(frame.slotId, 9);
-    EXPECT_EQ(frame.baseCycle, 1);
-    EXPECT_EQ(frame.cycleRepetition, 2);
-    EXPECT_EQ(frame.channelMask, 2);
+    expectAll({EQ(frame.shortName, "OldFrame"), EQ(frame.byteLength, 6),
+               EQ(frame.pduInstanceCount, 0u), EQ(frame.slotId, 9), EQ(frame.baseCycle, 1),
+               EQ(frame.cycleRepetition, 2), EQ(frame.channelMask, 2)});
     const auto& signal = entry(db.signals, "SIG_OLD");
-    EXPECT_EQ(signal.defaultValue, 2.0);
-    EXPECT_EQ(signal.pduId, "");
-    EXPECT_EQ(signal.bitPosition, 0);
+    expectAll({EQ(signal.defaultValue, 2.0), EQ(signal.pduId, ""), EQ(signal.bitPosition, 0)});
     EXPECT_EQ(entry(db.codings, "COD_OLD").bitLength, 10);
     EXPECT_EQ(entry(db.clusters, "CL_OLD").numberOfStaticSlots, 62u);
     EXPECT_EQ(entry(db.ecusByName, "OldEcu").shortName, "OldEcu");
@@ -168,10 +159,10 @@ TEST_F(FibexTest, FailedLoadFileLeavesALoadedDatabaseAlone) {
 
 TEST_F(FibexTest, ReadFibexDataSetsTheLoadedFlag) {
     reader.ReadFIBEXData(fibexFile("small-flexray-cluster.xml"));
-    EXPECT_TRUE(reader.loaded);
-    EXPECT_TRUE(db.loaded);
-    EXPECT_EQ(db.versionCode, 3);
+    expectAll({EQ(reader.loaded, true), EQ(db.loaded, true), EQ(db.versionCode, 3)});
     EXPECT_EQ(reader.filePath, fibexFile("small-flexray-cluster.xml"));
+    for (std::size_t n : containerSizes(db))
+        EXPECT_NE(n, 0u) << "the realistic file fills every container";
 
     // A second file replaces the first.
     reader.ReadFIBEXData(fibexFile("update-bits.xml"));
@@ -196,9 +187,7 @@ TEST_F(FibexTest, ReadFibexDataWithEmptyPathChangesNothing) {
     ASSERT_TRUE(reader.loaded);
     const auto sizes = containerSizes(db);
     reader.ReadFIBEXData("");
-    EXPECT_TRUE(reader.loaded);
-    EXPECT_TRUE(db.loaded);
-    EXPECT_EQ(db.versionCode, 3);
+    expectAll({EQ(reader.loaded, true), EQ(db.loaded, true), EQ(db.versionCode, 3)});
     EXPECT_EQ(reader.filePath, fibexFile("small-flexray-cluster.xml"));
     EXPECT_EQ(containerSizes(db), sizes);
 }

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "fibex/fibex_test_support.h"
+#include "xml/reader_test_support.h"
 
 namespace {
 
@@ -21,6 +21,9 @@ TEST_F(DanglingReferences, CodingAndUnit) {
     EXPECT_EQ(ghost.shortName, "");
     EXPECT_EQ(ghost.dataType, 0);
     EXPECT_TRUE(ghost.compuMethods.empty());
+    // The signal links the empty coding; a signal made by a dangling SIGNAL-REF has none.
+    EXPECT_EQ(entry(db.signals, "SIG_REAL").coding, &ghost);
+    EXPECT_EQ(entry(db.signals, "SIG_GHOST").coding, nullptr);
     EXPECT_EQ(entry(db.signals, "SIG_REAL").shortName, "RealSignal");
 
     const auto& unit = entry(db.units, "U_GHOST");
@@ -32,10 +35,8 @@ TEST_F(DanglingReferences, CodingAndUnit) {
 
 TEST_F(DanglingReferences, SignalOfASignalInstance) {
     const auto& ghost = entry(db.signals, "SIG_GHOST");
-    EXPECT_EQ(ghost.shortName, "");
-    EXPECT_EQ(ghost.pduId, "PDU_REAL");
-    EXPECT_EQ(ghost.bitPosition, 24);
-    EXPECT_TRUE(ghost.isHighLowByteOrder);
+    expectAll({EQ(ghost.shortName, ""), EQ(ghost.pduId, "PDU_REAL"), EQ(ghost.bitPosition, 24),
+               EQ(ghost.isHighLowByteOrder, true)});
     // Its update bit takes the (empty) name of the signal it belongs to.
     const auto& ub = entry(db.signals, "SIG_GHOST_UB");
     EXPECT_EQ(ub.shortName, "_UB");
@@ -61,12 +62,8 @@ TEST_F(DanglingReferences, PdusOfAFrameAndOfATriggering) {
 
 TEST_F(DanglingReferences, FrameOfATriggeringTakesItsSchedule) {
     const auto& frame = entry(db.frames, "FR_GHOST");
-    EXPECT_EQ(frame.shortName, "");
-    EXPECT_EQ(frame.byteLength, 0);
-    EXPECT_EQ(frame.slotId, 33);
-    EXPECT_EQ(frame.baseCycle, 1);
-    EXPECT_EQ(frame.cycleRepetition, 2);
-    EXPECT_EQ(frame.channelMask, 2);
+    expectAll({EQ(frame.shortName, ""), EQ(frame.byteLength, 0), EQ(frame.slotId, 33),
+               EQ(frame.baseCycle, 1), EQ(frame.cycleRepetition, 2), EQ(frame.channelMask, 2)});
     EXPECT_EQ(entry(db.frameTriggerings, "FT_GHOST").frame, &frame);
     EXPECT_EQ(db.framesByName.count(""), 0u);
 }

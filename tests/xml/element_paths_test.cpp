@@ -1,0 +1,246 @@
+// The element finder, the lister and the typed readers on one document, in both selector
+// syntaxes: "name[attr=value]" (FIBEX) and "NAME[@ATTR='VALUE']" (AUTOSAR).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "xml/reader_test_support.h"
+#include "xml/xml_access.h"
+
+namespace {
+
+using namespace kelo::xml;
+using kelo_test::expectAll;
+
+// IDs repeat and nest on purpose: a selector takes the first match in document order among all
+// descendants, not only children.
+const char* const kDocument = R"(<?xml version="1.0"?>
+<fx:FIBEX xmlns:fx="http://www.asam.net/xml/fbx" xmlns:ho="http://www.asam.net/xml" VERSION="3.1.0">
+  <fx:ELEMENTS>
+    <fx:CHANNELS>
+      <fx:CHANNEL ID="CH_A"><ho:SHORT-NAME>ChannelA</ho:SHORT-NAME></fx:CHANNEL>
+      <fx:CHANNEL ID="CH_B">
+        <ho:SHORT-NAME>ChannelB</ho:SHORT-NAME>
+        <fx:NESTED><fx:CHANNEL ID="CH_DEEP"><ho:SHORT-NAME>Deep</ho:SHORT-NAME></fx:CHANNEL></fx:NESTED>
+      </fx:CHANNEL>
+      <fx:CHANNEL ID="CH_B"><ho:SHORT-NAME>SecondB</ho:SHORT-NAME></fx:CHANNEL>
+      <fx:CHANNEL ID="a=b"><ho:SHORT-NAME>WithEquals</ho:SHORT-NAME></fx:CHANNEL>
+    </fx:CHANNELS>
+    <fx:CHANNELS>
+      <fx:CHANNEL ID="CH_OTHER"><ho:SHORT-NAME>OtherList</ho:SHORT-NAME></fx:CHANNEL>
+    </fx:CHANNELS>
+    <fx:SIGNALS>
+      <fx:SIGNAL ID="S1"/>
+      <fx:GROUP><fx:SIGNAL ID="S2"><fx:SIGNAL ID="S3"/></fx:SIGNAL></fx:GROUP>
+      <fx:signal ID="lower-case"/>
+      <ho:SIGNAL ID="other-prefix"/>
+      <fx:SIGNAL ID="S4"/>
+    </fx:SIGNALS>
+    <fx:SIGNALS><fx:SIGNAL ID="S5"/></fx:SIGNALS>
+    <fx:FRAMES/>
+  </fx:ELEMENTS>
+  <AR-PACKAGES>
+    <AR-PACKAGE UUID="p-1"><SHORT-NAME>Signals</SHORT-NAME>
+      <ELEMENTS><I-SIGNAL UUID="1"/></ELEMENTS>
+      <AR-PACKAGES><AR-PACKAGE><ELEMENTS><I-SIGNAL UUID="2"/></ELEMENTS></AR-PACKAGE></AR-PACKAGES>
+    </AR-PACKAGE>
+    <AR-PACKAGE UUID="p-2"><SHORT-NAME>Frames</SHORT-NAME>
+      <ELEMENTS><FLEXRAY-FRAME UUID="f-9"><SHORT-NAME>Frame9</SHORT-NAME></FLEXRAY-FRAME></ELEMENTS>
+    </AR-PACKAGE>
+  </AR-PACKAGES>
+  <F>2.5</F><D>0.1</D><U> 12 </U><EXP>1e3</EXP><BIG>70000</BIG><SMALL>65535</SMALL>
+  <H>1A2B3C4D5E6F7081</H><B1>TRUE</B1><B2>True</B2><B3>yes</B3><B4>false</B4>
+  <T>  padded text  </T><TAB>&#9;7&#10;</TAB>
+  <A flag="TRUE" off="no" name="  padded  " empty=""/>
+  <NEST><V>9</V><ITEM ID="b"><V>22</V></ITEM></NEST>
+</fx:FIBEX>
+)";
+
+// An element as "ID=short name": the ID (or UUID) if it has one, else its name; then the text of
+// its SHORT-NAME child, or its own text, if any.
+std::string label(Element e) {
+    std::string id = attribute(e, "ID");
+    if (id.empty()) id = attribute(e, "UUID");
+    std::string text = textContent(e.child("ho:SHORT-NAME") ? e.child("ho:SHORT-NAME")
+                                   : e.child("SHORT-NAME")  ? e.child("SHORT-NAME")
+                                                            : e);
+    return (id.empty() ? std::string(e.name()) : id) + (text.empty() ? "" : "=" + text);
+}
+
+class ElementPaths : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(doc.loadText(kDocument), 0); }
+    Document doc;
+};
+
+constexpr Syntax Fx = Syntax::Fibex;
+constexpr Syntax Ar = Syntax::Autosar;
+
+// Every name but the last moves to the first child of that name (the walk starts below the root,
+// names match case and prefix exactly); a selector searches all descendants and ends the walk.
+// A failed search leaves the output alone.
+TEST_F(ElementPaths, FinderRows) {
+    const struct {
+        Syntax syntax;
+        const char* path;
+        int code;
+        const char* found;
+    } rows[] = {
+        {Fx, "fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/ho:SHORT-NAME", 0, "ho:SHORT-NAME=ChannelA"},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_B]", 0, "CH_B=ChannelB"},  // first of the two
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_DEEP]", 0, "CH_DEEP=Deep"},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_OTHER]", 0, "CH_OTHER=OtherList"},
+        {Fx, "fx:CHANNEL[ID=CH_A]", 0, "CH_A=ChannelA"},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=a=b]", 0, "a=b=WithEquals"},  // value to the last ']'
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_B]/ho:SHORT-NAME", 0, "CH_B=ChannelB"},
+        {Fx, "fx:CHANNEL[ID=CH_A]/no/such/thing", 0, "CH_A=ChannelA"},
+        {Ar, "AR-PACKAGES/AR-PACKAGE[@UUID='p-2']/SHORT-NAME", 0, "p-2=Frames"},
+        {Ar, "AR-PACKAGES/FLEXRAY-FRAME[@UUID='f-9']", 0, "f-9=Frame9"},
+        {Ar, "AR-PACKAGES/AR-PACKAGE/SHORT-NAME", 0, "SHORT-NAME=Signals"},
+        {Fx, "fx:CHANNELS", 5, ""},  // a grandchild
+        {Fx, "fx:ELEMENTS/fx:CHANNEL", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:CHANNELS/ho:SHORT-NAME", 5, ""},
+        {Fx, "fx:FIBEX", 5, ""},                                      // the root is no step
+        {Fx, "fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/fx:NESTED", 5, ""},  // first sibling only
+        {Fx, "", 4, ""},
+        {Fx, "fx:ELEMENTS/fx:NOTHING", 5, ""},
+        {Fx, "fx:ELEMENTS/", 5, ""},
+        {Fx, "fx:NOTHING/fx:CHANNEL[ID=CH_A]", 5, ""},
+        {Fx, "fx:elements", 5, ""},
+        {Fx, "ELEMENTS", 5, ""},
+        {Fx, "ho:ELEMENTS", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_C]", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=ch_b]", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[id=CH_B]", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:SIGNAL[ID=CH_B]", 5, ""},
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[@ID='CH_B']", 5, ""},  // the other syntax's form
+        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_A", 5, ""},      // no ']': a plain name
+        {Ar, "AR-PACKAGES/AR-PACKAGE[@UUID='p-3']", 5, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        Element out = doc.root();
+        EXPECT_EQ(findElement(doc.root(), row.path, out, row.syntax), row.code);
+        EXPECT_EQ(out == doc.root() ? "" : label(out), row.found);
+    }
+}
+
+// Every element named like the last name anywhere below the element the other names lead to
+// (children by first match), in document order, nested ones right after their parent.
+TEST_F(ElementPaths, ListerRows) {
+    const struct {
+        Syntax syntax;
+        const char* path;
+        int code;
+        const char* listed;
+    } rows[] = {
+        {Fx, "fx:ELEMENTS/fx:SIGNALS/fx:SIGNAL", 0, "S1 S2 S3 S4"},  // only the first list
+        {Fx, "fx:ELEMENTS/fx:SIGNAL", 0, "S1 S2 S3 S4 S5"},
+        {Fx, "fx:SIGNAL", 0, "S1 S2 S3 S4 S5"},
+        {Fx, "fx:ELEMENTS/fx:FRAMES/fx:FRAME", 0, ""},  // an empty list is no failure
+        {Fx, "fx:FIBEX", 0, ""},                        // the start is not its own descendant
+        {Ar, "AR-PACKAGES/I-SIGNAL", 0, "1 2"},
+        {Fx, "fx:ELEMENTS/fx:PDUS/fx:PDU", 5, ""},
+        {Fx, "fx:PROCESSING-INFORMATION/fx:CODINGS/fx:CODING", 5, ""},
+        {Fx, "fx:SIGNALS/fx:SIGNAL", 5, ""},
+        {Fx, "", 4, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        std::vector<Element> list;
+        EXPECT_EQ(listElements(doc.root(), row.path, list, row.syntax), row.code);
+        std::string listed;
+        for (const Element& e : list)
+            listed += (listed.empty() ? "" : " ") + label(e);
+        EXPECT_EQ(listed, row.listed);
+    }
+}
+
+TEST(PathStep, ParsedInBothSyntaxes) {
+    const struct {
+        Syntax syntax;
+        const char* text;
+        bool hasSelector;
+        const char *name, *attribute, *value;
+    } rows[] = {
+        {Fx, "fx:CHANNEL[ID=CH_B]", true, "fx:CHANNEL", "ID", "CH_B"},
+        {Fx, "x[ATTR=a=b]", true, "x", "ATTR", "a=b"},  // attribute up to the first '='
+        {Fx, "x[ATTR=v]w]", true, "x", "ATTR", "v]w"},  // value up to the last ']'
+        {Fx, "fx:CHANNEL", false, "fx:CHANNEL", "", ""},
+        {Fx, "x[ATTR=v", false, "x[ATTR=v", "", ""},
+        {Ar, "AR-PACKAGE[@UUID='p-2']", true, "AR-PACKAGE", "UUID", "p-2"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const PathStep s = parseStep(row.text, row.syntax);
+        EXPECT_EQ(s.hasSelector, row.hasSelector);
+        EXPECT_EQ(s.name, row.name);
+        if (row.hasSelector) {
+            EXPECT_EQ(s.attribute, row.attribute);
+            EXPECT_EQ(s.value, row.value);
+        }
+    }
+}
+
+// The typed readers: the fallback (or an untouched field and false) without an element; the
+// conversions' rules otherwise; doubles keep single precision, defaults are not narrowed.
+TEST_F(ElementPaths, TypedReaderRows) {
+    const Element r = doc.root();
+    std::uint32_t u = 4242;
+    std::uint16_t s = 4242;
+    bool b = true;
+    std::string text = "sentinel";
+    expectAll({EQ(readFloat(r, "F", -7.0f), 2.5f), EQ(readFloat(r, "MISSING", -7.0f), -7.0f),
+               EQ(readUnsigned(r, "U", 99), 12u), EQ(readUnsigned(r, "EXP", 99), 0u),
+               EQ(readUnsigned(r, "MISSING", 99), 99u), EQ(readUnsigned(r, "NEST/V", 99), 9u),
+               EQ(readUnsigned(r, "NEST/ITEM[ID=b]", 99), 22u),
+               EQ(readUnsigned(r, "NEST/ITEM[@ID='b']", 99, Ar), 22u),
+               EQ(readHex64(r, "H", 5), 0x1A2B3C4D5E6F7081ull), EQ(readHex64(r, "MISSING", 5), 5u),
+               EQ(readBool(r, "B1", false), true), EQ(readBool(r, "B2", false), true),
+               EQ(readBool(r, "B3", true), false), EQ(readBool(r, "B4", true), false),
+               EQ(readBool(r, "MISSING", true), true), EQ(readBool(r, "MISSING", false), false),
+               EQ(readDouble(r, "D", -1.0), static_cast<double>(0.1f)),
+               EQ(readDouble(r, "MISSING", 0.1), 0.1)});
+    // The "into" forms: whether an element was found, then the field (rows run in order).
+    expectAll({EQ(readUnsignedInto(r, "MISSING", u), false),
+               EQ(u, 4242u),
+               EQ(readUnsignedInto(r, "U", u), true),
+               EQ(u, 12u),
+               EQ(readUnsignedInto(r, "EXP", u), true),
+               EQ(u, 0u),
+               EQ(readUnsigned16Into(r, "MISSING", s), false),
+               EQ(s, 4242),
+               EQ(readUnsigned16Into(r, "SMALL", s), true),
+               EQ(s, 65535),
+               EQ(readUnsigned16Into(r, "BIG", s), true),
+               EQ(s, 0),
+               EQ(readBoolInto(r, "MISSING", b), false),
+               EQ(b, true),
+               EQ(readBoolInto(r, "B3", b), true),
+               EQ(b, false),
+               EQ(readBoolInto(r, "B2", b), true),
+               EQ(b, true),
+               EQ(readBoolAttributeInto(r, "A", "flag", b), true),
+               EQ(b, true),
+               EQ(readBoolAttributeInto(r, "MISSING", "flag", b), false),
+               EQ(b, true),
+               EQ(readBoolAttributeInto(r, "A", "off", b), true),
+               EQ(b, false),
+               EQ(readBoolAttributeInto(r, "A", "flag", b), true),
+               EQ(readBoolAttributeInto(r, "A", "absent", b), true),
+               EQ(b, false)});
+    expectAll({EQ(readTextInto(r, "MISSING", text, true), false), EQ(text, "sentinel"),
+               EQ(readTextInto(r, "T", text, true), true), EQ(text, "padded text"),
+               EQ(readTextInto(r, "T", text, false), true), EQ(text, "  padded text  "),
+               EQ(readTextInto(r, "TAB", text, true), true), EQ(text, "\t7\n"),
+               EQ(readTextInto(r, "NEST", text, true), true), EQ(text, "922"),
+               EQ(readAttributeInto(r, "MISSING", "name", text, true), false), EQ(text, "922"),
+               EQ(readAttributeInto(r, "A", "name", text, true), true), EQ(text, "padded"),
+               EQ(readAttributeInto(r, "A", "name", text, false), true), EQ(text, "  padded  "),
+               EQ(readAttributeInto(r, "A", "absent", text, false), true), EQ(text, "")});
+    EXPECT_NE(readDouble(r, "D", -1.0), 0.1);
+}
+
+}  // namespace
