@@ -10,6 +10,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "KeLoComm.h"
 #include "dbapi/database_handles.h"
@@ -64,13 +65,9 @@ struct Format {
     unsigned char (*transmit)(unsigned char, unsigned char, const char*, unsigned char*,
                               unsigned char);
     unsigned char (*receive)(signed char, unsigned char*, unsigned char*, char*, unsigned int);
-    std::string example;  // the example database
-    const char* signal;   // a signal, its frame, a cluster and an ECU of the example
-    const char* frame;
-    const char* cluster;
-    const char* ecu;
-    std::string malformed;    // not well-formed XML
-    std::string unsupported;  // a version the reader refuses
+    std::string example;                         // the example database
+    const char *signal, *frame, *cluster, *ecu;  // a signal, its frame, a cluster and an ECU of it
+    std::string malformed, unsupported;  // not well-formed XML; a version the reader refuses
     std::map<std::string, std::uint8_t>* bufferMap;
 };
 
@@ -103,6 +100,12 @@ inline const Format kAutosar{"AutoSar",
                              &kelo::dbapi::AutosarFrameBufferIndexMap};
 #undef KELO_FORMAT_EXPORTS
 inline const Format* const kFormats[] = {&kFibex, &kAutosar};
+
+// A table of rows written as short helper calls (arguments pack, braced rows do not).
+template <typename T, typename... R>
+std::vector<T> table(T first, R... rest) {
+    return {first, rest...};
+}
 
 inline std::string exportName(const Format& f, const char* step) {
     return std::string("KFr_") + f.name + "_" + step;

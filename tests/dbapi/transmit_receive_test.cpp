@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CommunicationLib.h"
@@ -30,36 +31,24 @@ struct Side {
     unsigned char length;                                // bytes sent for the second frame
     kelo::emu::SlotBuffer firstBuffer;                   // what the device holds for the first
 };
-kelo::emu::SlotBuffer buffer(std::uint16_t slot, std::uint8_t base, std::uint8_t repetition, bool a,
-                             bool b) {
+Side side(const Format* f, const std::string& file, const char* first, const char* second,
+          const char* never, std::uint16_t secondSlot,
+          std::vector<std::pair<const char*, float>> signals, unsigned char length,
+          std::array<std::uint8_t, 3> firstCycles, bool a, bool b) {
     kelo::emu::SlotBuffer s{};
-    s.slot = slot;
-    s.baseCycle = base;
-    s.repetition = repetition;
+    s.slot = firstCycles[0];
+    s.baseCycle = firstCycles[1];
+    s.repetition = firstCycles[2];
     s.channelA = a;
     s.channelB = b;
-    return s;
+    return {f, file, first, second, never, secondSlot, std::move(signals), length, s};
 }
+// The first frame's buffer: slot, base cycle, repetition, channels A and B.
 const Side kSides[] = {
-    {&kFibex,
-     kQueries,
-     "EventFrame",
-     "Frame20",
-     "EmptyFrame",
-     10,
-     {{"Sig03_Temp", 42.5f}, {"Sig06_Torque", -300.0f}},
-     48,
-     buffer(20, 1, 4, false, true)},
-    {&kAutosar,
-     kAutosarExample,
-     "Wheel_Speeds_Frame",
-     "Engine_Status_Frame",
-     "Diag_Frame",
-     1,
-     {{"EngineSpeed", 2400.0f}, {"EngineSpeed_UB", 1.0f}},
-     8,
-     buffer(3, 0, 1, true, false)},
-};
+    side(&kFibex, kQueries, "EventFrame", "Frame20", "EmptyFrame", 10,
+         {{"Sig03_Temp", 42.5f}, {"Sig06_Torque", -300.0f}}, 48, {20, 1, 4}, false, true),
+    side(&kAutosar, kAutosarExample, "Wheel_Speeds_Frame", "Engine_Status_Frame", "Diag_Frame", 1,
+         {{"EngineSpeed", 2400.0f}, {"EngineSpeed_UB", 1.0f}}, 8, {3, 0, 1}, true, false)};
 
 class ByName : public ::testing::TestWithParam<const Side*> {
   protected:
@@ -123,11 +112,10 @@ TEST_P(ByName, SlotConfiguredByNameRemembersTheBufferTheDeviceAssigned) {
     const auto buffers = emu_->slotBuffers();
     ASSERT_GE(buffers.size(), 2u);
     EXPECT_EQ(buffers[1].slot, s.secondSlot);
-    EXPECT_EQ(buffers[0].slot, s.firstBuffer.slot);
-    EXPECT_EQ(buffers[0].baseCycle, s.firstBuffer.baseCycle);
-    EXPECT_EQ(buffers[0].repetition, s.firstBuffer.repetition);
-    EXPECT_EQ(buffers[0].channelA, s.firstBuffer.channelA);
-    EXPECT_EQ(buffers[0].channelB, s.firstBuffer.channelB);
+    const auto fields = [](const kelo::emu::SlotBuffer& b) {
+        return std::make_tuple(b.slot, b.baseCycle, b.repetition, b.channelA, b.channelB);
+    };
+    EXPECT_EQ(fields(buffers[0]), fields(s.firstBuffer));
 
     // Transmit by name goes to the remembered buffer, with the length in 16-bit words.
     ASSERT_EQ(s.f->transmit(idx_, 0, s.second, data.data(), s.length), 0);
@@ -173,7 +161,6 @@ TEST_P(ByName, NeverConfiguredFrameIsSentWithBufferZeroAndEntered) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0].payload[1], 0);
     EXPECT_EQ(sent[0].payload[2], 3);
-    EXPECT_EQ(s.f->transmit(127, 0, s.never, data, 6), 6) << "the device export's bad index";
     ASSERT_EQ(KFr_AutoSar_Open(kAutosarExample.c_str()), 0);
     ASSERT_EQ(KFr_Fibex_Open(kQueries.c_str()), 0);
     ASSERT_EQ(KFr_Fibex_Close(), 0);
@@ -203,7 +190,6 @@ TEST_P(ByName, FibexMultiFrameStagingUsesTheMappedBufferAndIgnoresItsSecondArgum
 // database the frame is still copied out and the answer is 9.
 TEST_P(ByName, ReceivesNamesAndDecodesAFrameAtIndexZero) {
     const Side& s = *GetParam();
-    ASSERT_EQ(s.f->setSlot(0, 0, s.second, 0, 1), 6) << "the device exports keep their own check";
     const std::vector<unsigned char> data = encoded();
     unsigned char block[12] = {};
     ASSERT_EQ(s.f->slotParameter(s.second, 0, 1, block), 0);
