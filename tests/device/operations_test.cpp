@@ -28,6 +28,12 @@ struct Operation {
     std::function<void(Link&)> prepare = nullptr;
 };
 
+Operation op(const char* name, Bus bus, std::uint8_t command, unsigned waitMs,
+             std::function<unsigned char(CommunicationLib&)> run, std::vector<WireFrame> wire,
+             std::function<void(Link&)> prepare = nullptr) {
+    return {name, bus, command, waitMs, std::move(run), std::move(wire), std::move(prepare)};
+}
+
 // Caller records carry sentinel bytes past the length the operation sends, so an over-long
 // payload shows as a mismatch.
 Bytes record(std::size_t n, std::uint8_t first) {
@@ -46,15 +52,11 @@ Bytes withByte(Bytes b, std::size_t at, std::uint8_t v) {
 template <typename Arg>
 Operation recordOp(const char* name, std::uint8_t command, const Bytes& r, std::size_t sent,
                    unsigned char (CommunicationLib::*fn)(Arg)) {
-    return {name,
-            Bus::FlexRay,
-            command,
-            1000,
-            [r, fn](CommunicationLib& d) {
-                Bytes copy = r;
-                return (d.*fn)(reinterpret_cast<Arg>(copy.data()));
-            },
-            {{command, firstN(r, sent)}}};
+    auto run = [r, fn](CommunicationLib& d) {
+        Bytes copy = r;
+        return (d.*fn)(reinterpret_cast<Arg>(copy.data()));
+    };
+    return op(name, Bus::FlexRay, command, 1000, run, {{command, firstN(r, sent)}});
 }
 
 const Bytes kFrData = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xEE, 0xEF};
@@ -120,211 +122,129 @@ std::vector<Operation> operations() {
                   {"Fr_StopFrRxUpload", &L::Fr_StopFrRxUpload, 114, 1000},
                   {"Fr_SendWakeUp", &L::Fr_SendWakeUp, 120, 1000}};
     for (const auto& s : single)
-        ops.push_back({s.name,
-                       Bus::FlexRay,
-                       s.command,
-                       s.waitMs,
-                       [fn = s.fn](L& d) { return (d.*fn)(kController); },
-                       {{s.command, {kController}}}});
+        ops.push_back(op(s.name, Bus::FlexRay, s.command, s.waitMs,
+                         [fn = s.fn](L& d) { return (d.*fn)(kController); },
+                         {{s.command, {kController}}}));
 
     std::vector<Operation> more = {
-        {"SetTimeOffset",
-         Bus::FlexRay,
-         210,
-         1000,
-         [](L& d) { return d.SetTimeOffset(2); },
-         {{210, le64(2000000000ull)}}},
-        {"Fr_GetFrNodeState",
-         Bus::FlexRay,
-         116,
-         1000,
-         [](L& d) {
-             unsigned char state = 0, sub = 0;
-             return d.Fr_GetFrNodeState(kController, &state, &sub);
-         },
-         {{116, {kController}}}},
-        {"Fr_GetFrPSRState",
-         Bus::FlexRay,
-         116,
-         1000,
-         [](L& d) {
-             unsigned char psr[8] = {};
-             return d.Fr_GetFrPSRState(kController, psr);
-         },
-         {{116, {kController}}}},
-        {"Fr_GetFrNWVector",
-         Bus::FlexRay,
-         121,
-         1000,
-         [](L& d) {
-             unsigned char vector[256] = {}, length = 0;
-             return d.Fr_GetFrNWVector(kController, vector, &length);
-         },
-         {{121, {kController}}}},
-        {"Fr_ReadRegister",
-         Bus::FlexRay,
-         150,
-         1000,
-         [](L& d) {
-             unsigned int word = 0;
-             return d.Fr_ReadRegister(1, kController, &word);
-         },
-         {{150, {1, kController}}}},
-        {"Fr_ReadValue",
-         Bus::FlexRay,
-         150,
-         1000,
-         [](L& d) {
-             unsigned int value = 0;
-             return d.Fr_ReadValue(1, kController, 1, &value);
-         },
-         {{150, {1, kController}}}},
-        {"GetDeviceInfo",
-         Bus::FlexRay,
-         198,
-         5000,
-         [](L& d) {
-             unsigned char info[72];
-             return d.GetDeviceInfo(info);
-         },
-         {{198, {}}}},
-        {"Fr_WriteRegister",
-         Bus::FlexRay,
-         149,
-         1000,
-         [](L& d) { return d.Fr_WriteRegister(1, kController, 0xCAFEBABEu); },
-         {{149, cat({{1, kController}, le32(0xCAFEBABEu)})}}},
-        {"Fr_Set_WorkMode",
-         Bus::FlexRay,
-         149,
-         1000,
-         [](L& d) { return d.Fr_Set_WorkMode(1, kController, 1, 1); },
-         {{149, cat({{1, kController}, le32(0x20000002u)})}}},
-        {"Fr_WriteValue",
-         Bus::FlexRay,
-         149,
-         1000,
-         [](L& d) { return d.Fr_WriteValue(1, kController, 0, 1); },
-         {{150, {1, kController}}, {149, cat({{1, kController}, le32(0x10000005u)})}},
-         [](Link& l) { l.emu.setRegisterWord(1, kController, 0x00000005u); }},
-        {"SetDeviceText",
-         Bus::FlexRay,
-         194,
-         1000,
-         [](L& d) { return d.SetDeviceText("KeLo bench 7"); },
-         {{194, cat({{'K', 'e', 'L', 'o', ' ', 'b', 'e', 'n', 'c', 'h', ' ', '7'}, zeros(20)})}}},
-        {"FrSetDevIp",
-         Bus::FlexRay,
-         195,
-         1000,
-         [](L& d) { return d.FrSetDevIp("192.168.1.20"); },
-         {{195, {20, 1, 168, 192}}}},
-        {"SetDeviceOption",
-         Bus::FlexRay,
-         197,
-         1000,
-         [](L& d) { return d.SetDeviceOption(0x5A); },
-         {{197, {0x5A}}}},
-        {"ResetCPU", Bus::FlexRay, 22, 0, [](L& d) { return d.ResetCPU(); }, {{22, {}}}},
-        {"CAN_SetBusParameter",
-         Bus::Can,
-         130,
-         1000,
-         [](L& d) {
-             Bytes b = ramp(56, 0x10);
-             return d.CAN_SetBusParameter(2, kCanChannel, b.data());
-         },
-         {{130, cat({{2, kCanChannel, 0, 0}, ramp(48, 0x10)})}}},
-        {"CAN_SetFilterParameter",
-         Bus::Can,
-         132,
-         1000,
-         [](L& d) {
-             Bytes b = ramp(40, 0x20);
-             return d.CAN_SetFilterParameter(2, kCanChannel, b.data());
-         },
-         {{132, cat({{2, kCanChannel, 0, 0}, ramp(32, 0x20)})}}},
-        {"CAN_SetOptionParameter",
-         Bus::Can,
-         137,
-         1000,
-         [](L& d) {
-             Bytes b = ramp(50, 0x60);
-             return d.CAN_SetOptionParameter(2, kCanChannel, b.data());
-         },
-         {{137, cat({{2, kCanChannel}, ramp(44, 0x60)})}}},
-        {"SetControllerMode",
-         Bus::Can,
-         139,
-         1000,
-         [](L& d) { return d.SetControllerMode(2, kCanChannel, 0x11223344u); },
-         {{139, {2, kCanChannel, 0, 0, 0x44, 0x33, 0x22, 0x11}}}},
-        {"CAN_Start",
-         Bus::Can,
-         142,
-         1000,
-         [](L& d) { return d.CAN_Start(1); },
-         {{142, {1, kCanChannel}}}},
-        {"CAN_Stop",
-         Bus::Can,
-         143,
-         1000,
-         [](L& d) { return d.CAN_Stop(4); },
-         {{143, {4, kCanChannel}}}},
-        {"Fr_SetNodeRxTimeout",
-         Bus::FlexRay,
-         153,
-         1000,
-         [](L& d) { return d.Fr_SetNodeRxTimeout(1, kController, 0x01020304u); },
-         {{153, {1, kController, 0x04, 0x03, 0x02, 0x01}}}},
-        {"CAN_SetNodeRxTimeout",
-         Bus::Can,
-         153,
-         1000,
-         [](L& d) {
-             Bytes config = {0x10, 0x20, 0x30, 0x40, 0xEE, 0xEF};
-             return d.CAN_SetNodeRxTimeout(config.data());
-         },
-         {{153, {2, kCanChannel, 0x10, 0x20, 0x30, 0x40}}}},
-        {"Fr_Transmit",
-         Bus::FlexRay,
-         111,
-         1000,
-         [](L& d) {
-             Bytes data = kFrData;
-             return d.Fr_Transmit(kController, 7, data.data(), 3);
-         },
-         {{111, cat({{kController, 7, 3, 0}, firstN(kFrData, 6)})}}},
-        {"Fr_ReplaySend",
-         Bus::FlexRay,
-         112,
-         500,
-         [](L& d) {
-             return d.Fr_ReplaySend(kController, 2, reinterpret_cast<const char*>(kReplay.data()),
-                                    10);
-         },
-         {{112, cat({{kController, 2}, firstN(kReplay, 10)})}}},
-        {"CAN_Transmit",
-         Bus::Can,
-         145,
-         1000,
-         [](L& d) {
-             Bytes frame = kCanFrame, data = kCanData;
-             return d.CAN_Transmit(frame.data(), data.data());
-         },
-         {{145, canTransmitPayload()}}},
-        {"Fr_Transmit_MultiFrame",
-         Bus::FlexRay,
-         145,
-         1000,
-         [](L& d) {
-             Bytes a = {0xA0, 0xA1, 0xA2, 0xA3}, b = {0xB0, 0xB1};
-             if (d.Fr_FillData_beforeTransmit_MultiFrame(0, 9, a.data(), 4) != 0) return 0xF0;
-             if (d.Fr_FillData_beforeTransmit_MultiFrame(1, 10, b.data(), 2) != 0) return 0xF1;
-             unsigned char result = 0;
-             return int(d.Fr_Transmit_MultiFrame(kController, 2, &result, 1));
-         },
-         {{145, multiFramePayload()}}},
+        op("SetTimeOffset", Bus::FlexRay, 210, 1000, [](L& d) { return d.SetTimeOffset(2); },
+           {{210, le64(2000000000ull)}}),
+        op("Fr_GetFrNodeState", Bus::FlexRay, 116, 1000,
+           [](L& d) {
+               unsigned char state = 0, sub = 0;
+               return d.Fr_GetFrNodeState(kController, &state, &sub);
+           },
+           {{116, {kController}}}),
+        op("Fr_GetFrPSRState", Bus::FlexRay, 116, 1000,
+           [](L& d) {
+               unsigned char psr[8] = {};
+               return d.Fr_GetFrPSRState(kController, psr);
+           },
+           {{116, {kController}}}),
+        op("Fr_GetFrNWVector", Bus::FlexRay, 121, 1000,
+           [](L& d) {
+               unsigned char vector[256] = {}, length = 0;
+               return d.Fr_GetFrNWVector(kController, vector, &length);
+           },
+           {{121, {kController}}}),
+        op("Fr_ReadRegister", Bus::FlexRay, 150, 1000,
+           [](L& d) {
+               unsigned int word = 0;
+               return d.Fr_ReadRegister(1, kController, &word);
+           },
+           {{150, {1, kController}}}),
+        op("Fr_ReadValue", Bus::FlexRay, 150, 1000,
+           [](L& d) {
+               unsigned int value = 0;
+               return d.Fr_ReadValue(1, kController, 1, &value);
+           },
+           {{150, {1, kController}}}),
+        op("GetDeviceInfo", Bus::FlexRay, 198, 5000,
+           [](L& d) {
+               unsigned char info[72];
+               return d.GetDeviceInfo(info);
+           },
+           {{198, {}}}),
+        op("Fr_WriteRegister", Bus::FlexRay, 149, 1000,
+           [](L& d) { return d.Fr_WriteRegister(1, kController, 0xCAFEBABEu); },
+           {{149, cat({{1, kController}, le32(0xCAFEBABEu)})}}),
+        op("Fr_Set_WorkMode", Bus::FlexRay, 149, 1000,
+           [](L& d) { return d.Fr_Set_WorkMode(1, kController, 1, 1); },
+           {{149, cat({{1, kController}, le32(0x20000002u)})}}),
+        op(
+            "Fr_WriteValue", Bus::FlexRay, 149, 1000,
+            [](L& d) { return d.Fr_WriteValue(1, kController, 0, 1); },
+            {{150, {1, kController}}, {149, cat({{1, kController}, le32(0x10000005u)})}},
+            [](Link& l) { l.emu.setRegisterWord(1, kController, 0x00000005u); }),
+        op("SetDeviceText", Bus::FlexRay, 194, 1000,
+           [](L& d) { return d.SetDeviceText("KeLo bench 7"); },
+           {{194, cat({{'K', 'e', 'L', 'o', ' ', 'b', 'e', 'n', 'c', 'h', ' ', '7'}, zeros(20)})}}),
+        op("FrSetDevIp", Bus::FlexRay, 195, 1000, [](L& d) { return d.FrSetDevIp("192.168.1.20"); },
+           {{195, {20, 1, 168, 192}}}),
+        op("SetDeviceOption", Bus::FlexRay, 197, 1000, [](L& d) { return d.SetDeviceOption(0x5A); },
+           {{197, {0x5A}}}),
+        op("ResetCPU", Bus::FlexRay, 22, 0, [](L& d) { return d.ResetCPU(); }, {{22, {}}}),
+        op("CAN_SetBusParameter", Bus::Can, 130, 1000,
+           [](L& d) {
+               Bytes b = ramp(56, 0x10);
+               return d.CAN_SetBusParameter(2, kCanChannel, b.data());
+           },
+           {{130, cat({{2, kCanChannel, 0, 0}, ramp(48, 0x10)})}}),
+        op("CAN_SetFilterParameter", Bus::Can, 132, 1000,
+           [](L& d) {
+               Bytes b = ramp(40, 0x20);
+               return d.CAN_SetFilterParameter(2, kCanChannel, b.data());
+           },
+           {{132, cat({{2, kCanChannel, 0, 0}, ramp(32, 0x20)})}}),
+        op("CAN_SetOptionParameter", Bus::Can, 137, 1000,
+           [](L& d) {
+               Bytes b = ramp(50, 0x60);
+               return d.CAN_SetOptionParameter(2, kCanChannel, b.data());
+           },
+           {{137, cat({{2, kCanChannel}, ramp(44, 0x60)})}}),
+        op("SetControllerMode", Bus::Can, 139, 1000,
+           [](L& d) { return d.SetControllerMode(2, kCanChannel, 0x11223344u); },
+           {{139, {2, kCanChannel, 0, 0, 0x44, 0x33, 0x22, 0x11}}}),
+        op("CAN_Start", Bus::Can, 142, 1000, [](L& d) { return d.CAN_Start(1); },
+           {{142, {1, kCanChannel}}}),
+        op("CAN_Stop", Bus::Can, 143, 1000, [](L& d) { return d.CAN_Stop(4); },
+           {{143, {4, kCanChannel}}}),
+        op("Fr_SetNodeRxTimeout", Bus::FlexRay, 153, 1000,
+           [](L& d) { return d.Fr_SetNodeRxTimeout(1, kController, 0x01020304u); },
+           {{153, {1, kController, 0x04, 0x03, 0x02, 0x01}}}),
+        op("CAN_SetNodeRxTimeout", Bus::Can, 153, 1000,
+           [](L& d) {
+               Bytes config = {0x10, 0x20, 0x30, 0x40, 0xEE, 0xEF};
+               return d.CAN_SetNodeRxTimeout(config.data());
+           },
+           {{153, {2, kCanChannel, 0x10, 0x20, 0x30, 0x40}}}),
+        op("Fr_Transmit", Bus::FlexRay, 111, 1000,
+           [](L& d) {
+               Bytes data = kFrData;
+               return d.Fr_Transmit(kController, 7, data.data(), 3);
+           },
+           {{111, cat({{kController, 7, 3, 0}, firstN(kFrData, 6)})}}),
+        op("Fr_ReplaySend", Bus::FlexRay, 112, 500,
+           [](L& d) {
+               return d.Fr_ReplaySend(kController, 2, reinterpret_cast<const char*>(kReplay.data()),
+                                      10);
+           },
+           {{112, cat({{kController, 2}, firstN(kReplay, 10)})}}),
+        op("CAN_Transmit", Bus::Can, 145, 1000,
+           [](L& d) {
+               Bytes frame = kCanFrame, data = kCanData;
+               return d.CAN_Transmit(frame.data(), data.data());
+           },
+           {{145, canTransmitPayload()}}),
+        op("Fr_Transmit_MultiFrame", Bus::FlexRay, 145, 1000,
+           [](L& d) {
+               Bytes a = {0xA0, 0xA1, 0xA2, 0xA3}, b = {0xB0, 0xB1};
+               if (d.Fr_FillData_beforeTransmit_MultiFrame(0, 9, a.data(), 4) != 0) return 0xF0;
+               if (d.Fr_FillData_beforeTransmit_MultiFrame(1, 10, b.data(), 2) != 0) return 0xF1;
+               unsigned char result = 0;
+               return int(d.Fr_Transmit_MultiFrame(kController, 2, &result, 1));
+           },
+           {{145, multiFramePayload()}}),
     };
     ops.insert(ops.end(), more.begin(), more.end());
     return ops;

@@ -1,5 +1,5 @@
 // The receive queues of the device object (the records themselves: the receive exports' tests):
-// the upload switch, the 100,000-record cap, clearing, and Fr_Receive / CAN_Receive results on
+// the upload switch, the 100,000-record cap, and Fr_Receive / CAN_Receive results on
 // closed, quiet and closing links.
 #include <array>
 #include <atomic>
@@ -88,25 +88,6 @@ TEST(DeviceReceiveFlexRay, QueueStopsAtOneHundredThousandRecords) {
     }
     EXPECT_EQ(outOfOrder, 0u);
     EXPECT_EQ(link.dev->Fr_Receive(r.data(), 20), 2);
-}
-
-TEST(DeviceReceiveFlexRay, ClearEmptiesTheQueue) {
-    Link link;
-    ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
-    ASSERT_EQ(link.dev->Fr_StartFrRxUpload(0), 0);
-    link.emu.uploadFlexRay({entry(), entry(), entry()});
-    link.emu.uploadCan({canEntry(), canEntry()});
-    ASSERT_TRUE(link.sync());
-    EXPECT_EQ(link.dev->Fr_framesAvailable(), 3u);
-    EXPECT_EQ(link.dev->Fr_ClearRcvBuffer(7), 0);
-    EXPECT_EQ(link.dev->Fr_framesAvailable(), 0u);
-    EXPECT_EQ(link.dev->CAN_framesAvailable(), 2u) << "the other queue is left alone";
-    EXPECT_EQ(link.dev->CAN_ClearRcvBuffer(), 0);
-    EXPECT_EQ(link.dev->CAN_framesAvailable(), 0u);
-    FrRecord fr;
-    CanRecord can;
-    EXPECT_EQ(link.dev->Fr_Receive(fr.data(), 0), 2);
-    EXPECT_EQ(link.dev->CAN_Receive(can.data(), 0), 2);
 }
 
 // A closed or never opened object returns 4 at once; Fr_Close empties the FlexRay queue, while

@@ -103,13 +103,9 @@ std::vector<HeaderFunction> headerDeclarations();
 // Their names.
 std::set<std::string> headerFunctions();
 
-// The names of the exports in the index-check table.
-std::vector<std::string> indexedExportNames();
-
-// Calls every export that takes a device index with `idx` and expects each to return 6 and to
-// leave every buffer it was given as it was (KeLo_get_software_version_Wrapper still writes the
-// library version to its first output). Exports named in `passing` are skipped: the caller checks
-// them on its own.
+// Calls every export that takes a device index with `idx` and expects 6 from each, every buffer
+// left as it was (KeLo_get_software_version_Wrapper still writes the library version). Exports
+// named in `passing` are skipped: the caller checks them on its own.
 void expectEveryExportRejects(signed char idx, const std::set<std::string>& passing = {});
 
 }  // namespace kelo_export_test

@@ -1,5 +1,5 @@
-// Helpers shared by the test suites that talk to the emulator: loopback addresses, byte strings
-// in the device's little-endian layouts, and the frames the host sent.
+// Helpers shared by the test suites that talk to the emulator: byte strings in the device's
+// little-endian layouts, and the frames the host sent.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,10 +14,6 @@
 #include "emulator.h"
 
 namespace kelo_testing {
-
-inline std::string emulatorAddress(int n) {
-    return "127.0.0." + std::to_string(n);
-}
 
 using Bytes = std::vector<std::uint8_t>;
 
