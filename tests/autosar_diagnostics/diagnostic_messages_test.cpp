@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "xml/diagnostics.h"
 #include "xml/reader_test_support.h"
@@ -12,7 +11,6 @@
 namespace {
 
 using namespace kelo_test;
-using Lines = std::vector<std::string>;
 
 const std::string kNoName = "Database file parse error: SHORT-NAME of signal item not found!";
 
@@ -22,26 +20,6 @@ class AutosarDiagnostics : public ::testing::Test {
         if (!kelo::xml::kDiagnosticsOn)
             GTEST_SKIP() << "the readers were built with diagnostics switched off";
     }
-    static Lines split(const std::string& out) {
-        Lines lines;
-        std::size_t start = 0;
-        for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1)
-            lines.push_back(out.substr(start, end - start));
-        EXPECT_EQ(start, out.size()) << "output does not end with a line end";
-        return lines;
-    }
-    // The output of one ReadAUTOSARData.
-    Lines read(const std::string& name) {
-        ::testing::internal::CaptureStdout();
-        reader.ReadAUTOSARData(autosarFile(name));
-        return split(::testing::internal::GetCapturedStdout());
-    }
-    std::string started(const std::string& name) {
-        return "info #0 in ReadAUTOSARData: Parsing database file: '" + autosarFile(name) +
-               "' started";
-    }
-    const std::string succeeded = "info #2 in ReadAUTOSARData: Parsing succeeded.";
-    const std::string failed = "error #1 in ReadAUTOSARData: Parsing failed.";
     AutoSarReader reader;
 };
 
@@ -83,18 +61,21 @@ TEST_F(AutosarDiagnostics, EachMessageOfARead) {
         {"no-such-file.arxml", {}, false},
     };
     for (const auto& c : cases) {
-        Lines expected{started(c.file)};
+        Lines expected{"info #0 in ReadAUTOSARData: Parsing database file: '" +
+                       autosarFile(c.file) + "' started"};
         expected.insert(expected.end(), c.between.begin(), c.between.end());
-        expected.push_back(c.ok ? succeeded : failed);
-        EXPECT_EQ(read(c.file), expected) << c.file;
+        expected.push_back(c.ok ? "info #2 in ReadAUTOSARData: Parsing succeeded."
+                                : "error #1 in ReadAUTOSARData: Parsing failed.");
+        EXPECT_EQ(printedLines([&] { reader.ReadAUTOSARData(autosarFile(c.file)); }), expected)
+            << c.file;
     }
 }
 
 TEST_F(AutosarDiagnostics, OnlyReadAutosarDataFramesTheLoad) {
-    ::testing::internal::CaptureStdout();
-    AutoSarReader direct(autosarFile("schema-4.3-refused.arxml"));
-    reader.ReadAUTOSARData("");
-    EXPECT_EQ(split(::testing::internal::GetCapturedStdout()),
+    EXPECT_EQ(printedLines([&] {
+                  AutoSarReader direct(autosarFile("schema-4.3-refused.arxml"));
+                  reader.ReadAUTOSARData("");
+              }),
               (Lines{"error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database file file "
                      "is not supported!"}));
 }

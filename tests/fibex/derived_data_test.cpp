@@ -1,4 +1,5 @@
-// What the load derives beside the records: the frames that carry each signal and the
+// ID-REF resolution (a dangling reference quietly creates an empty record under its ID) and
+// what the load derives beside the records: the frames that carry each signal and the
 // slot-by-cycle table of frame names.
 #include <gtest/gtest.h>
 
@@ -11,157 +12,132 @@ namespace {
 
 using namespace kelo_test;
 using kelo::fibex::Frame;
+using Names = std::vector<std::string>;
 
 // Frame names of one slot for cycles 0..63.
-std::vector<std::string> cyclesOf(const BusDatabase& db, std::uint16_t slot) {
-    std::vector<std::string> names;
+Names cyclesOf(const BusDatabase& db, std::uint16_t slot) {
+    Names names;
     for (unsigned cycle = 0; cycle < 64; ++cycle)
         names.push_back(db.frameNameAt(slot, static_cast<std::uint8_t>(cycle)));
     return names;
 }
-
 // Names for cycles base, base + repetition, ... below 64; "" elsewhere.
-std::vector<std::string> expectedCycles(const std::string& name, unsigned base,
-                                        unsigned repetition) {
-    std::vector<std::string> names(64);
+Names expectedCycles(const std::string& name, unsigned base, unsigned repetition) {
+    Names names(64);
     for (unsigned cycle = base; cycle < 64; cycle += repetition)
         names[cycle] = name;
     return names;
 }
+const Names kNone(64);
 
-// ---- signal frames -------------------------------------------------------------------------
+TEST_F(FibexTest, DanglingReferencesCreateEmptyRecords) {
+    loadOk("dangling-references.xml");
+    const auto& coding = entry(db.codings, "COD_GHOST");
+    expectAll(
+        {EQ(coding.shortName, ""), EQ(coding.dataType, 0), EQ(coding.compuMethods.size(), 0u),
+         EQ(entry(db.signals, "SIG_REAL").coding, &coding),
+         EQ(entry(db.codings, "COD_REAL").compuMethods.at(0).unit, addressOf(db.units, "U_GHOST")),
+         EQ(entry(db.units, "U_GHOST").displayName, "")});
+    // A signal made by a dangling SIGNAL-REF has no coding but its placement; its update bit
+    // takes the (empty) name of the signal it belongs to.
+    const auto& ghost = entry(db.signals, "SIG_GHOST");
+    expectAll({EQ(ghost.shortName, ""), EQ(ghost.coding, nullptr), EQ(ghost.pduId, "PDU_REAL"),
+               EQ(ghost.bitPosition, 24), EQ(ghost.frame, nullptr),
+               EQ(entry(db.signals, "SIG_REAL").frame, nullptr),
+               EQ(entry(db.signals, "SIG_GHOST_UB").shortName, "_UB"),
+               EQ(entry(db.signalsByName, "_UB"), addressOf(db.signals, "SIG_GHOST_UB")),
+               EQ(db.signalsByName.count(""), 0u)});
+    const auto& pdu = entry(db.pdus, "PDU_GHOST_OF_TRIGGERING");
+    expectAll({EQ(pdu.shortName, ""), EQ(pdu.timingKind, 1),
+               EQ(entry(db.pduTriggerings, "PT_GHOST").pdu, &pdu),
+               EQ(entry(db.frames, "FR_REAL").pduInstances.at(0).pdu,
+                  addressOf(db.pdus, "PDU_GHOST_OF_FRAME"))});
+    // A frame made by a triggering takes its schedule but no name.
+    const auto& frame = entry(db.frames, "FR_GHOST");
+    expectAll({EQ(frame.byteLength, 0), EQ(frame.slotId, 33), EQ(frame.baseCycle, 1),
+               EQ(frame.cycleRepetition, 2), EQ(frame.channelMask, 2),
+               EQ(db.framesByName.count(""), 0u)});
+    const auto& conn = entry(db.connectors, "CONN_GHOSTS");
+    expectAll({EQ(conn.channel, addressOf(db.channels, "CH_GHOST_OF_CONNECTOR")),
+               EQ(entry(db.controllers, "CTRL_GHOST").shortName, ""),
+               EQ(conn.controller, addressOf(db.controllers, "CTRL_GHOST")),
+               EQ(entry(db.inputPorts, "IP_GHOST").frameTriggering,
+                  addressOf(db.frameTriggerings, "FT_GHOST_OF_INPUT")),
+               EQ(entry(db.frameTriggerings, "FT_GHOST_OF_INPUT").frame, nullptr)});
+    const auto& cluster = entry(db.clusters, "CL_DANGLING");
+    ASSERT_EQ(cluster.channels.size(), 2u);
+    EXPECT_EQ(cluster.channels[1], addressOf(db.channels, "CH_GHOST_OF_CLUSTER"));
 
-TEST_F(FibexTest, SignalsLinkTheFrameOfTheirPdu) {
+    // Empty keys are keys like any other: a FRAME-REF without ID-REF finds the FRAME without ID.
+    db.Clear();
+    loadOk("frame-and-frame-ref-without-ids.xml");
+    expectAll({EQ(entry(db.frames, "").shortName, "FrameWithoutId"),
+               EQ(entry(db.frameTriggerings, "FT").frame, addressOf(db.frames, ""))});
+}
+
+// A signal links the frames of the PDU that placed it last: the first two in document order (a
+// dropped frame or PDU instance carries nothing, two instances in one frame count once); an
+// update-bit signal links its parent's first frame twice.
+TEST_F(FibexTest, SignalsLinkTheFramesOfTheirPdu) {
     loadOk("small-flexray-cluster.xml");
     const Frame* dyn = addressOf(db.frames, "FR_DYN");
-    const Frame* eng = addressOf(db.frames, "FR_ENG");
-    ASSERT_NE(dyn, nullptr);
-    ASSERT_NE(eng, nullptr);
-    struct Case {
-        const char* signal;
-        const Frame* frame;
-        const Frame* secondFrame;
-    };
-    const Case cases[] = {
-        {"SIG_SPEED", dyn, nullptr}, {"SIG_GEAR", dyn, nullptr},
-        {"SIG_RPM", eng, nullptr},   {"SIG_TEMP", eng, nullptr},
-        {"SIG_SPEED_UB", dyn, dyn},  {"SIG_TEMP_UB", eng, eng},  // both the parent's frame
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.signal);
-        EXPECT_EQ(entry(db.signals, c.signal).frame, c.frame);
-        EXPECT_EQ(entry(db.signals, c.signal).secondFrame, c.secondFrame);
-    }
-}
-
-TEST_F(FibexTest, PduInSeveralFramesLinksTheFirstTwoInDocumentOrder) {
+    expectAll({EQ(entry(db.signals, "SIG_SPEED").frame, dyn),
+               EQ(entry(db.signals, "SIG_SPEED").secondFrame, nullptr),
+               EQ(entry(db.signals, "SIG_SPEED_UB").secondFrame, dyn),
+               EQ(entry(db.signals, "SIG_RPM").frame, addressOf(db.frames, "FR_ENG"))});
+    db.Clear();
     loadOk("pdu-in-several-frames.xml");
     const Frame* first = addressOf(db.frames, "FR_3_FIRST");
-    const Frame* second = addressOf(db.frames, "FR_1_SECOND");
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    // A dropped frame and a dropped PDU instance carry nothing; two instances in one frame count
-    // once; IDs do not decide the order.
-    const auto& carried = entry(db.signals, "SIG_CARRIED");
-    EXPECT_EQ(carried.frame, first);
-    EXPECT_EQ(carried.secondFrame, second);
-    const auto& ub = entry(db.signals, "SIG_CARRIED_UB");
-    EXPECT_EQ(ub.frame, first);
-    EXPECT_EQ(ub.secondFrame, first);
-
-    // A PDU that no frame carries, and a signal that no PDU places: no frames.
-    EXPECT_EQ(entry(db.signals, "SIG_ORPHAN").pduId, "PDU_ORPHAN");
-    EXPECT_EQ(entry(db.signals, "SIG_ORPHAN").frame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_ORPHAN").secondFrame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_ORPHAN_UB").frame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_ORPHAN_UB").secondFrame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_UNPLACED").frame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_UNPLACED").secondFrame, nullptr);
-}
-
-TEST_F(FibexTest, SignalFollowsThePduThatPlacedItLast) {
+    expectAll(
+        {EQ(entry(db.signals, "SIG_CARRIED").frame, first),
+         EQ(entry(db.signals, "SIG_CARRIED").secondFrame, addressOf(db.frames, "FR_1_SECOND")),
+         EQ(entry(db.signals, "SIG_CARRIED_UB").secondFrame, first),
+         EQ(entry(db.signals, "SIG_ORPHAN").pduId, "PDU_ORPHAN"),
+         EQ(entry(db.signals, "SIG_ORPHAN").frame, nullptr),
+         EQ(entry(db.signals, "SIG_UNPLACED").frame, nullptr)});
+    db.Clear();
     loadOk("signal-in-two-pdus.xml");
-    // PDU_SECOND placed the signal last; its frame comes first in the document.
     const auto& s = entry(db.signals, "SIG_SHARED");
-    EXPECT_EQ(s.frame, addressOf(db.frames, "FR_SECOND"));
-    EXPECT_EQ(s.secondFrame, nullptr);
+    const auto& first2 = entry(db.signalInstances, "SI_SHARED_FIRST");
+    expectAll({EQ(s.frame, addressOf(db.frames, "FR_SECOND")), EQ(s.secondFrame, nullptr),
+               EQ(s.pduId, "PDU_SECOND"), EQ(s.bitPosition, 40), EQ(s.isHighLowByteOrder, true),
+               EQ(first2.bitPosition, 4), EQ(first2.signal, &s)});
 }
 
-TEST_F(FibexTest, FilesWithoutPduStepLeaveSignalsUnplaced) {
-    for (const char* file : {"version-2.0.1-no-pdus.xml", "version-1.2.0a.xml"}) {
-        SCOPED_TRACE(file);
-        reader.ReadFIBEXData(fibexFile(file));
-        ASSERT_TRUE(reader.loaded);
-        ASSERT_EQ(db.signals.size(), 1u);
-        EXPECT_EQ(db.signals.begin()->second.frame, nullptr);
-        EXPECT_EQ(db.signals.begin()->second.secondFrame, nullptr);
-    }
-    // The same content as 3.0 places the signal in its frame.
-    reader.ReadFIBEXData(fibexFile("version-3.0.0.xml"));
-    EXPECT_EQ(entry(db.signals, "SIG_V").frame, addressOf(db.frames, "FR_V"));
-}
-
-TEST_F(FibexTest, DanglingSignalReferenceInAnUncarriedPdu) {
-    loadOk("dangling-references.xml");
-    EXPECT_EQ(entry(db.signals, "SIG_GHOST").frame, nullptr);
-    EXPECT_EQ(entry(db.signals, "SIG_REAL").frame, nullptr);
-}
-
-// ---- slot table ----------------------------------------------------------------------------
-
-TEST_F(FibexTest, SlotTableOfARealisticFile) {
+TEST_F(FibexTest, SlotTable) {
     loadOk("small-flexray-cluster.xml");
-    EXPECT_EQ(cyclesOf(db, 5), expectedCycles("DynamicsFrame", 0, 1));
     EXPECT_EQ(cyclesOf(db, 12), expectedCycles("EngineFrame", 1, 4));
     EXPECT_EQ(cyclesOf(db, 60), expectedCycles("NmFrame", 3, 8));
-    EXPECT_EQ(cyclesOf(db, 6), std::vector<std::string>(64));
     EXPECT_EQ(db.frameNameAt(5, 64), "");
-    EXPECT_EQ(db.frameNameAt(12, 200), "");
     std::vector<std::uint16_t> slots;
     for (const auto& row : db.frameNamesBySlot)
         slots.push_back(row.first);
     EXPECT_EQ(slots, (std::vector<std::uint16_t>{5, 12, 60}));
-}
 
-TEST_F(FibexTest, SlotTableRules) {
-    loadOk("slot-table.xml");
     // Two frames on slot 40: the first in document order keeps its cycles, whatever the order
     // of the triggerings or of the IDs; the other fills the rest.
-    std::vector<std::string> slot40 = expectedCycles("SecondInDocument", 0, 1);
+    reader.ReadFIBEXData(fibexFile("slot-table.xml"));
+    EXPECT_EQ(db.frameNameAt(5, 0), "") << "replaced with the file";
+    Names slot40 = expectedCycles("SecondInDocument", 0, 1);
     for (unsigned cycle = 0; cycle < 64; cycle += 2)
         slot40[cycle] = "FirstInDocument";
     EXPECT_EQ(cyclesOf(db, 40), slot40);
-    // No repetition: every cycle from the base on.
-    EXPECT_EQ(cyclesOf(db, 1), expectedCycles("EveryCycle", 3, 1));
-    // A base of 64 or more occupies nothing.
+    EXPECT_EQ(cyclesOf(db, 1), expectedCycles("EveryCycle", 3, 1)) << "no repetition";
     EXPECT_EQ(entry(db.frames, "FR_BASE_HIGH").baseCycle, 70);
-    EXPECT_EQ(cyclesOf(db, 2), std::vector<std::string>(64));
+    EXPECT_EQ(cyclesOf(db, 2), kNone) << "a base of 64 or more occupies nothing";
     EXPECT_EQ(cyclesOf(db, 3), expectedCycles("OncePerRound", 5, 64));
-    // Cycles start at the base, not at base mod repetition.
     EXPECT_EQ(cyclesOf(db, 4), expectedCycles("BaseAboveRepetition", 10, 4));
-    EXPECT_EQ(db.frameNameAt(4, 2), "");
     // Slot 0 and frames that exist only through a dangling FRAME-REF are not scheduled.
-    EXPECT_EQ(cyclesOf(db, 0), std::vector<std::string>(64));
+    EXPECT_EQ(cyclesOf(db, 0), kNone);
     EXPECT_EQ(entry(db.frames, "FR_NOT_IN_FILE").slotId, 50);
-    EXPECT_EQ(cyclesOf(db, 50), std::vector<std::string>(64));
-}
+    EXPECT_EQ(cyclesOf(db, 50), kNone);
 
-TEST_F(FibexTest, SlotTableFollowsTheFramesLastSchedule) {
-    loadOk("frame-triggerings-schedule.xml");
-    // FrameX was scheduled in slot 7 by its first triggering only.
-    EXPECT_EQ(cyclesOf(db, 7), std::vector<std::string>(64));
-    EXPECT_EQ(cyclesOf(db, 0), std::vector<std::string>(64));
+    // The frame's last schedule counts (see ChannelsAndFrameSchedules).
+    reader.ReadFIBEXData(fibexFile("frame-triggerings-schedule.xml"));
+    EXPECT_EQ(cyclesOf(db, 7), kNone);
     EXPECT_EQ(cyclesOf(db, 2100), expectedCycles("FrameY", 300 % 256, 260 % 256));
     EXPECT_EQ(cyclesOf(db, 31), expectedCycles("FrameZ", 2, 4));
-    EXPECT_EQ(cyclesOf(db, 30), std::vector<std::string>(64));
-}
-
-TEST_F(FibexTest, SlotTableIsReplacedWithTheFile) {
-    reader.ReadFIBEXData(fibexFile("small-flexray-cluster.xml"));
-    ASSERT_EQ(db.frameNameAt(5, 0), "DynamicsFrame");
-    reader.ReadFIBEXData(fibexFile("update-bits.xml"));
-    EXPECT_EQ(db.frameNameAt(5, 0), "");
-    EXPECT_EQ(cyclesOf(db, 21), expectedCycles("BodyFrame", 0, 2));
+    EXPECT_EQ(cyclesOf(db, 30), kNone);
 }
 
 }  // namespace

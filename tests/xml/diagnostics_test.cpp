@@ -7,32 +7,21 @@
 
 namespace {
 
-using kelo::xml::diagnosticLine;
-using kelo::xml::emitDiagnostic;
-using kelo::xml::formatMessage;
-using kelo::xml::Level;
+using namespace kelo::xml;
 
 TEST(DiagnosticLine, ErrorAndInfoFormsOneLineEach) {
-    EXPECT_EQ(diagnosticLine(Level::Info, 0, "ReadFIBEXData",
-                             "Parsing database file: '/data/a.xml' started"),
-              "info #0 in ReadFIBEXData: Parsing database file: '/data/a.xml' started");
     EXPECT_EQ(diagnosticLine(Level::Error, 40, "LoadFile", ""), "error #40 in LoadFile: ");
     ::testing::internal::CaptureStdout();
-    emitDiagnostic(Level::Error, 33, "ParseFrames",
-                   "Database file parse error: BIT-POSITIONs that are not a multiple of 8 are not "
-                   "supported!");
+    emitDiagnostic(Level::Error, 33, "ParseFrames", "Database file parse error: x");
     emitDiagnostic(Level::Info, 2, "ReadFIBEXData", "Parsing succeeded.");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "error #33 in ParseFrames: Database file parse error: BIT-POSITIONs that are not a "
-              "multiple of 8 are not supported!\ninfo #2 in ReadFIBEXData: Parsing succeeded.\n");
+              "error #33 in ParseFrames: Database file parse error: x\n"
+              "info #2 in ReadFIBEXData: Parsing succeeded.\n");
 }
 
 // printf rules into a 1,024-byte buffer: the formatted result, not the arguments, is cut.
 TEST(FormatMessage, PrintfRulesCutToTheBuffer) {
     EXPECT_EQ(formatMessage("Invalid bitlength %d found!", 65), "Invalid bitlength 65 found!");
-    EXPECT_EQ(formatMessage("method %s of coding %s", "Table", "Gear"),
-              "method Table of coding Gear");
-    EXPECT_EQ(formatMessage("%s", ""), "");
     const std::string fits(1023, 'a');
     EXPECT_EQ(formatMessage("%s", fits.c_str()), fits);
     EXPECT_EQ(formatMessage("%s", (std::string(1500, 'b') + "tail").c_str()),
@@ -50,7 +39,7 @@ TEST(DiagnosticSwitch, OffByDefaultPrintsAndEvaluatesNothing) {
     KELO_ERROR(33, "ParseFrames", "value %d", argument());
     KELO_INFO(2, "ReadFIBEXData", "Parsing succeeded.");
     const std::string out = ::testing::internal::GetCapturedStdout();
-    const bool on = kelo::xml::kDiagnosticsOn;
+    const bool on = kDiagnosticsOn;
     EXPECT_EQ(out, on ? "error #33 in ParseFrames: value 7\ninfo #2 in ReadFIBEXData: Parsing "
                         "succeeded.\n"
                       : "");

