@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
@@ -19,6 +20,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CommunicationLib.h"
@@ -114,6 +116,13 @@ struct Row {
         r.sends = command;
         return r;
     }
+    // Receive by name: copies the frame out first, then answers; each output is optional.
+    Row receive() const {
+        Row r = *this;
+        r.writes = "header rxPayload";
+        r.nullCode = 0;
+        return r;
+    }
     Row of(const Format& f) const {
         Row r = *this;
         r.only = &f;
@@ -151,10 +160,6 @@ std::vector<std::string> words(const char* text) {
         out.push_back(word);
     return out;
 }
-bool listed(const char* names, const char* name) {
-    const auto all = words(names);
-    return std::find(all.begin(), all.end(), name) != all.end();
-}
 const unsigned char* H() {
     return known.header.data();
 }
@@ -167,8 +172,6 @@ const char* const kBy[] = {"FlexRayBackbone", "EngineControl", "Engine_Status_Fr
 
 // Every database export but the opens and closes. Transmit and staging by name need no
 // database: they use the buffer remembered for the name (an unknown one is sent with buffer 0).
-// Receive by name copies the frame out before it looks for the database; its outputs are each
-// optional.
 const Row kRows[] = {
     query("GetMaxNameLength", "length", KELO_CALL(f.maxNameLength(n(0, &o.length)))),
     query("GetFrameName", "rxHeader nameOut", KELO_CALL(f.frameName(n(0, H()), n(1, o.name))),
@@ -198,14 +201,9 @@ const Row kRows[] = {
           KELO_CALL(f.transmit(known.idx, 0, n(0, "BadInputNeverConfigured"), n(1, known.data), 8)),
           Unknown{"frameName", 0})
         .device(kelo::kCmdTransmit),
-    {"Receive_Wrapper",
-     "headerOut payloadOut frameNameOut",
-     KELO_CALL(f.receive(0, n(0, o.header), n(1, o.rxPayload), n(2, o.name), 5000)),
-     {},
-     9,
-     "header rxPayload",
-     0,
-     0},
+    query("Receive_Wrapper", "headerOut payloadOut frameNameOut",
+          KELO_CALL(f.receive(0, n(0, o.header), n(1, o.rxPayload), n(2, o.name), 5000)))
+        .receive(),
     query("GetPDUinfo", "frameKey info",
           KELO_CALL(KFr_Fibex_GetPDUinfo(n(0, "FR_ENGINE_DATA"), 0, n(1, o.info))),
           Unknown{"frameKey", 5})
@@ -327,7 +325,8 @@ class DatabaseBadInput : public DatabaseTest {
         EXPECT_EQ(c.call(o), c.code);
         const auto* bytes = reinterpret_cast<const unsigned char*>(&o);
         for (const Field& f : kFields) {
-            if (listed(c.writes, f.name)) continue;
+            const auto written = words(c.writes);
+            if (std::find(written.begin(), written.end(), f.name) != written.end()) continue;
             for (std::size_t i = 0; i < f.size; ++i)
                 if (bytes[f.offset + i] != kSentinel) {
                     ADD_FAILURE() << "output '" << f.name << "' written at byte " << i;
@@ -387,10 +386,10 @@ TEST_F(DatabaseBadInput, NullRowsCoverEveryPointerParameter) {
         std::regex_replace(text.str(), std::regex(R"(/\*[\s\S]*?\*/)"), std::string());
     static const std::regex declaration(R"(KELOCOMM_API\s+[^;(]*?\b(\w+)\s*\(([^)]*)\))");
     static const std::regex pointer(R"(\*\s*(\w+)\s*$)");
-    std::set<std::string> rows;
+    std::set<std::string> checks;
     for (const auto& [f, row] : allRows())
-        for (const std::string& param : words(row->params))
-            rows.insert(exportName(*f, row->step) + ", " + param + " null");
+        for (const Case& c : casesOf(*f, *row, true))
+            checks.insert(c.what);
     int checked = 0;
     for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end; ++it) {
         const std::string name = (*it)[1];
@@ -403,8 +402,8 @@ TEST_F(DatabaseBadInput, NullRowsCoverEveryPointerParameter) {
             std::smatch m;
             if (!std::regex_search(p, m, pointer)) continue;
             ++checked;
-            EXPECT_EQ(rows.count(name + ", " + m[1].str() + " null"), 1u)
-                << name << ": no row for a null '" << m[1] << "'";
+            EXPECT_EQ(checks.count(name + ", " + m[1].str() + " null"), 1u)
+                << name << ": no check of a null '" << m[1] << "'";
         }
     }
     EXPECT_GT(checked, 60);
@@ -448,19 +447,6 @@ int openWithoutHanging(unsigned char (*open)(const char*), const char* path,
     return pending.get();
 }
 
-struct OpenRow {
-    const char* what;
-    std::string path;
-    int code;
-    bool null = false;
-};
-OpenRow refused(const char* what, const std::string& path) {
-    return {what, path, 9};
-}
-OpenRow unloadable(const char* what, const std::string& path) {
-    return {what, path, 7};
-}
-
 // Each row runs with the example database of the format loaded: 9 (not an existing regular
 // file) keeps it, 7 (read but not loadable) drops it. A real database under a name that is not
 // UTF-8 is not found: the open reads the path as UTF-8 (the locale codec it sets).
@@ -473,36 +459,34 @@ TEST_F(DatabaseBadInput, OpensRefusePathsThatAreNotDatabases) {
         return dir + "/" + name;
     };
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    std::string binary(4096, '\0');
-    for (std::size_t i = 0; i < binary.size(); ++i)
-        binary[i] = static_cast<char>((i * 2654435761u) >> 13);
+    const std::string binary(4096, '\xfe');
     for (const Format* f : kFormats) {
         SCOPED_TRACE(f->name);
         std::stringstream text;
         text << std::ifstream(f->example, std::ios::binary).rdbuf();
-        const OpenRow rows[] = {
-            {"null path", "", 9, true},
-            refused("missing file", "/nonexistent/kelo/database.xml"),
-            refused("empty path", ""),
-            refused("directory", dir),
-            refused("FIFO", fifo),
-            unloadable("empty file", file("empty.xml", "")),
-            unloadable("binary file", file("binary.xml", binary)),
-            unloadable("malformed", f->malformed),
-            unloadable("unsupported version", f->unsupported),
-            refused("name of 10,000 characters", dir + "/" + std::string(10000, 'n')),
-            refused("invalid UTF-8, no such file", dir + "/no-such-\xff\xfe.xml"),
-            refused("invalid UTF-8 name of a real database",
-                    file(std::string("real-\xff\xfe-") + f->name, text.str())),
-            unloadable("database of the other format",
-                       f == &kFibex ? kAutosarExample : kFibexExample)};
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.what);
+        const std::string other = f == &kFibex ? kAutosarExample : kFibexExample;
+        const std::tuple<const char*, std::string, int> rows[] = {
+            {"null path", "", 9},
+            {"missing file", "/nonexistent/kelo/database.xml", 9},
+            {"empty path", "", 9},
+            {"directory", dir, 9},
+            {"FIFO", fifo, 9},
+            {"empty file", file("empty.xml", ""), 7},
+            {"binary file", file("binary.xml", binary), 7},
+            {"malformed", f->malformed, 7},
+            {"unsupported version", f->unsupported, 7},
+            {"name of 10,000 characters", dir + "/" + std::string(10000, 'n'), 9},
+            {"invalid UTF-8, no such file", dir + "/no-such-\xff\xfe.xml", 9},
+            {"invalid UTF-8 name of a real database",
+             file(std::string("real-\xff\xfe-") + f->name, text.str()), 9},
+            {"database of the other format", other, 7}};
+        for (const auto& [what, path, code] : rows) {
+            SCOPED_TRACE(what);
             ASSERT_EQ(f->open(f->example.c_str()), 0);
-            EXPECT_EQ(openWithoutHanging(f->open, row.null ? nullptr : row.path.c_str(), fifo),
-                      row.code);
+            const bool null = what == std::string("null path");
+            EXPECT_EQ(openWithoutHanging(f->open, null ? nullptr : path.c_str(), fifo), code);
             unsigned int length = 0;
-            EXPECT_EQ(f->maxNameLength(&length), row.code == 9 ? 0 : 9)
+            EXPECT_EQ(f->maxNameLength(&length), code == 9 ? 0 : 9)
                 << "a refused path keeps the loaded database, an unloadable file drops it";
         }
         EXPECT_EQ(f->close(), 9);

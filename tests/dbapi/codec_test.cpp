@@ -1,7 +1,5 @@
-// The signal codec against a deliberately naive bit-by-bit reference: thousands of generated
-// fields in both byte orders, every length 1..64 and every start bit inside a byte, signed and
-// unsigned. The seed comes from KELO_CODEC_SEED (or the clock) and is printed, so a failure can
-// be replayed. The odd results kept on purpose are checked case by case.
+// The signal codec against a naive bit-by-bit reference over generated fields, seeded from
+// KELO_CODEC_SEED (or the clock, printed for a replay); then the odd results kept on purpose.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -46,31 +44,34 @@ BitAddress addressOf(unsigned s, unsigned n, unsigned j, bool msbFirst) {
     return {s / 8 + fromTop / 8, 7 - fromTop % 8};
 }
 
+// A field longer than 64 bits: shift counts are taken modulo 64 (a result kept on purpose, below),
+// so it reads as its lowest n mod 64 bits and a 64-bit field reads as 0 (its mask is empty).
 std::uint64_t referenceRead(const std::vector<std::uint8_t>& p, unsigned s, unsigned n,
                             bool msbFirst, bool isSigned) {
+    const unsigned low = n % 64;
     std::uint64_t v = 0;
-    for (unsigned j = 0; j < n; ++j) {
+    for (unsigned j = 0; j < low; ++j) {
         const BitAddress a = addressOf(s, n, j, msbFirst);
         if ((p[a.byte] >> a.bit) & 1u) v |= std::uint64_t{1} << j;
     }
-    if (isSigned && n < 64 && ((v >> (n - 1)) & 1u)) v |= ~std::uint64_t{0} << n;
+    if (isSigned && low && ((v >> (low - 1)) & 1u)) v |= ~std::uint64_t{0} << low;
     return v;
 }
 
+// Past 64 bits, least significant byte first field bit j takes raw bit j mod 64; most
+// significant byte first only the lowest n mod 64 bits are written.
 void referenceWrite(std::vector<std::uint8_t>& p, unsigned s, unsigned n, bool msbFirst,
                     std::uint64_t raw) {
-    for (unsigned j = 0; j < n; ++j) {
+    for (unsigned j = 0; j < (msbFirst && n > 64 ? n % 64 : n); ++j) {
         const BitAddress a = addressOf(s, n, j, msbFirst);
-        p[a.byte] =
-            static_cast<std::uint8_t>((p[a.byte] & ~(1u << a.bit)) | (((raw >> j) & 1u) << a.bit));
+        const unsigned bit = unsigned(raw >> (j % 64)) & 1u;
+        p[a.byte] = static_cast<std::uint8_t>((p[a.byte] & ~(1u << a.bit)) | (bit << a.bit));
     }
 }
 
 struct Case {
-    unsigned start;
-    unsigned length;
-    bool msbFirst;
-    bool isSigned;
+    unsigned start, length;
+    bool msbFirst, isSigned;
 };
 
 std::vector<Case> generatedCases(std::mt19937_64& rng) {
@@ -101,9 +102,8 @@ TEST(CodecReference, ExtractionAndPlacementMatchTheBitByBitReference) {
                 byte = static_cast<std::uint8_t>(rng());
             const std::int64_t got =
                 extractField(p.data(), p.size(), c.start, c.length, c.msbFirst, c.isSigned);
-            ASSERT_EQ(
-                static_cast<std::uint64_t>(got),
-                c.length == 64 ? 0 : referenceRead(p, c.start, c.length, c.msbFirst, c.isSigned));
+            ASSERT_EQ(static_cast<std::uint64_t>(got),
+                      referenceRead(p, c.start, c.length, c.msbFirst, c.isSigned));
             ++checked;
             if (c.length == 64 && c.msbFirst) continue;
             // A value that fits the field (most significant byte first does not mask it).
@@ -126,48 +126,32 @@ TEST(CodecReference, ExtractionAndPlacementMatchTheBitByBitReference) {
 
 // ---- results kept on purpose ------------------------------------------------------------------
 
-// A database may declare a field longer than 64 bits. Shift counts are taken modulo 64: such a
-// field reads as its lowest n mod 64 bits, sign-extended from bit (n - 1) mod 64; placed least
-// significant byte first, field bit i takes raw bit i mod 64; placed most significant byte first,
-// its lowest n mod 64 bits are cleared and take raw.
+// A database may declare a field longer than 64 bits: it follows the reference's modulo-64 rules,
+// and reads sign-extended from bit (n - 1) mod 64.
 TEST(CodecKeptResults, FieldsLongerThanSixtyFourBits) {
     std::mt19937_64 rng(codecSeed() ^ 0x5151);
     for (unsigned n : {65u, 83u, 127u, 130u})
         for (unsigned s : {0u, 5u, 13u})
-            for (bool msb : {false, true})
-                for (bool sign : {false, true}) {
-                    SCOPED_TRACE(::testing::Message()
-                                 << "start " << s << " length " << n << (msb ? " MSB" : " LSB")
-                                 << (sign ? " signed" : ""));
-                    std::vector<std::uint8_t> p(40);
-                    for (auto& byte : p)
-                        byte = static_cast<std::uint8_t>(rng());
-                    const unsigned low = n % 64;
-                    std::uint64_t want = 0;
-                    for (unsigned j = 0; j < low; ++j) {
-                        const BitAddress a = addressOf(s, n, j, msb);
-                        if ((p[a.byte] >> a.bit) & 1u) want |= std::uint64_t{1} << j;
-                    }
-                    if (sign && ((want >> (low - 1)) & 1u)) want |= ~std::uint64_t{0} << low;
-                    EXPECT_EQ(static_cast<std::uint64_t>(
-                                  extractField(p.data(), p.size(), s, n, msb, sign)),
-                              want);
-
-                    const std::uint64_t raw = rng() & ((std::uint64_t{1} << low) - 1);
-                    std::vector<std::uint8_t> expected = p;
-                    for (unsigned j = 0; j < (msb ? low : n); ++j) {
-                        const BitAddress a = addressOf(s, n, j, msb);
-                        const unsigned bit = unsigned(raw >> (j % 64)) & 1u;
-                        expected[a.byte] = static_cast<std::uint8_t>(
-                            (expected[a.byte] & ~(1u << a.bit)) | (bit << a.bit));
-                    }
-                    ASSERT_EQ(
-                        placeField(p.data(), 40, s, n, msb, true, static_cast<std::int64_t>(raw)),
-                        kOk);
-                    EXPECT_EQ(p, expected);
-                }
+            for (int kind = 0; kind < 4; ++kind) {
+                const bool msb = kind & 1, sign = kind & 2;
+                SCOPED_TRACE(::testing::Message()
+                             << "start " << s << " length " << n << (msb ? " MSB" : " LSB")
+                             << (sign ? " signed" : ""));
+                std::vector<std::uint8_t> p(40);
+                for (auto& byte : p)
+                    byte = static_cast<std::uint8_t>(rng());
+                EXPECT_EQ(static_cast<std::uint64_t>(extractField(p.data(), 40, s, n, msb, sign)),
+                          referenceRead(p, s, n, msb, sign));
+                const std::uint64_t raw = rng() & ((std::uint64_t{1} << n % 64) - 1);
+                std::vector<std::uint8_t> want = p;
+                referenceWrite(want, s, n, msb, raw);
+                ASSERT_EQ(placeField(p.data(), 40, s, n, msb, true, static_cast<std::int64_t>(raw)),
+                          kOk);
+                EXPECT_EQ(p, want);
+            }
 }
 
+// A LINEAR coding with a factor and offset; one without the pair; TEXTTABLE; no method.
 SignalCoding coding(Scaling scaling, bool hasScale, float factor, float offset, unsigned bits) {
     SignalCoding c;
     c.bitLength = bits;
@@ -177,48 +161,54 @@ SignalCoding coding(Scaling scaling, bool hasScale, float factor, float offset, 
     c.offset = offset;
     return c;
 }
+SignalCoding lin(float factor, float offset, unsigned bits = 8) {
+    return coding(Scaling::Linear, true, factor, offset, bits);
+}
+const SignalCoding kNoPair = coding(Scaling::Linear, false, 1.0f, 0.0f, 8);
+const SignalCoding kTextTable = coding(Scaling::Other, false, 10.0f, 0.0f, 4);
+const SignalCoding kNoMethod = coding(Scaling::None, false, 10.0f, 0.0f, 4);
+
+// A decoding of `raw` (or, with `before`, an encoding of `value` into that byte).
+struct Scaled {
+    SignalCoding c;
+    std::uint32_t raw;
+    float value;
+    std::uint8_t status;
+    int before;
+};
+Scaled dec(SignalCoding c, std::uint32_t raw, float value, std::uint8_t status = kOk) {
+    return {c, raw, value, status, -1};
+}
+Scaled enc(SignalCoding c, float value, std::uint8_t before, std::uint8_t after) {
+    return {c, after, value, kOk, before};
+}
 
 // LINEAR: a whole-number factor and offset take the integer path, which truncates the
-// single-precision product toward zero; encoding rounds. Without a factor/offset pair decoding
-// answers 16 and encoding is the identity. TEXTTABLE and no method pass the raw value through
-// (encoding truncates toward zero).
+// single-precision product toward zero; encoding rounds (2.6 to 3). Without a factor/offset pair
+// decoding answers 16 and encoding is the identity. TEXTTABLE and no method pass the raw value
+// through (encoding truncates toward zero). 16777215 * 3 is not exact in float.
 TEST(CodecKeptResults, ScalingRules) {
-    const struct {
-        SignalCoding c;
-        std::uint32_t raw;
-        std::uint8_t status;
-        float value;
-    } decodes[] = {{coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 3, kOk, 1.5f},
-                   {coding(Scaling::Linear, true, 2.0f, 1.0f, 8), 3, kOk, 7.0f},
-                   {coding(Scaling::Linear, true, 0.1f, 0.0f, 8), 3, kOk, 0.3f},
-                   {coding(Scaling::Linear, true, 1.0f, 0.25f, 8), 3, kOk, 3.25f},
-                   {coding(Scaling::Linear, true, -3.0f, -2.0f, 8), 3, kOk, -11.0f},
-                   // 16777215 * 3 is not exact in float.
-                   {coding(Scaling::Linear, true, 3.0f, 0.0f, 24), 0xFFFFFF, kOk,
-                    static_cast<float>(static_cast<std::int64_t>(16777215.0f * 3.0f))},
-                   {coding(Scaling::Linear, false, 1.0f, 0.0f, 8), 9, kNotInFrame, -99.0f},
-                   {coding(Scaling::None, false, 10.0f, 0.0f, 4), 5, kOk, 5.0f},
-                   {coding(Scaling::Other, false, 10.0f, 0.0f, 4), 5, kOk, 5.0f}};
-    for (const auto& d : decodes) {
-        const std::uint8_t p[3] = {std::uint8_t(d.raw), std::uint8_t(d.raw >> 8),
-                                   std::uint8_t(d.raw >> 16)};
+    const auto rows = table(
+        dec(lin(0.5f, 0), 3, 1.5f), dec(lin(2, 1), 3, 7.0f), dec(lin(0.1f, 0), 3, 0.3f),
+        dec(lin(1, 0.25f), 3, 3.25f), dec(lin(-3, -2), 3, -11.0f),
+        dec(kNoPair, 9, -99.0f, kNotInFrame), dec(kNoMethod, 5, 5.0f), dec(kTextTable, 5, 5.0f),
+        dec(lin(3, 0, 24), 0xFFFFFF, float(std::int64_t(16777215.0f * 3.0f))),
+        enc(lin(0.5f, 0), 1.5f, 0, 3), enc(lin(0.5f, 0), 1.3f, 0, 3), enc(kNoPair, 9.4f, 0, 9),
+        enc(kNoMethod, 6.9f, 0xF0, 0xF6), enc(kTextTable, 6.9f, 0xF0, 0xF6));
+    for (const Scaled& r : rows) {
+        SCOPED_TRACE(::testing::Message() << "factor " << r.c.factor << " offset " << r.c.offset
+                                          << " value " << r.value);
+        std::uint8_t p[3] = {std::uint8_t(r.raw), std::uint8_t(r.raw >> 8),
+                             std::uint8_t(r.raw >> 16)};
         float value = -99.0f;
-        ASSERT_EQ(decodeValue(d.c, p, 3, &value), d.status) << "factor " << d.c.factor;
-        EXPECT_FLOAT_EQ(value, d.value) << "factor " << d.c.factor << " offset " << d.c.offset;
-    }
-    const struct {
-        SignalCoding c;
-        float value;
-        std::uint8_t before, after;
-    } encodes[] = {{coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 1.5f, 0, 3},
-                   {coding(Scaling::Linear, true, 0.5f, 0.0f, 8), 1.3f, 0, 3},  // 2.6 rounds
-                   {coding(Scaling::Linear, false, 1.0f, 0.0f, 8), 9.4f, 0, 9},
-                   {coding(Scaling::None, false, 10.0f, 0.0f, 4), 6.9f, 0xF0, 0xF6},
-                   {coding(Scaling::Other, false, 10.0f, 0.0f, 4), 6.9f, 0xF0, 0xF6}};
-    for (const auto& e : encodes) {
-        std::uint8_t out[1] = {e.before};
-        ASSERT_EQ(encodeValue(e.c, e.value, out, 1), kOk);
-        EXPECT_EQ(out[0], e.after) << e.value;
+        if (r.before < 0) {
+            ASSERT_EQ(decodeValue(r.c, p, 3, &value), r.status);
+            EXPECT_FLOAT_EQ(value, r.value);
+            continue;
+        }
+        p[0] = std::uint8_t(r.before);
+        ASSERT_EQ(encodeValue(r.c, r.value, p, 1), kOk);
+        EXPECT_EQ(p[0], r.raw);
     }
 }
 

@@ -1,6 +1,5 @@
-// Shared pieces of the database export tests: test files, a FlexRay receive header for a slot and
-// cycle, and one table row per format with its exports, so a test of a shared step runs over
-// FIBEX and AUTOSAR alike.
+// Shared pieces of the database export tests: test files, a receive header, and one row per
+// format with its exports, so a test of a shared step runs over FIBEX and AUTOSAR alike.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -46,9 +45,8 @@ inline std::uint32_t le(const unsigned char* b, int at, int width) {
     return v;
 }
 
-// One format's exports that the other format has too, and names its example database holds.
+// One format's exports that the other format has too, and names in its example database.
 struct Format {
-    const char* name;  // "Fibex" or "AutoSar", as in the export names
     unsigned char (*open)(const char*);
     unsigned char (*close)();
     unsigned char (*maxNameLength)(unsigned int*);
@@ -65,43 +63,34 @@ struct Format {
     unsigned char (*transmit)(unsigned char, unsigned char, const char*, unsigned char*,
                               unsigned char);
     unsigned char (*receive)(signed char, unsigned char*, unsigned char*, char*, unsigned int);
+    const char* name;                            // "Fibex" or "AutoSar", as in the export names
     std::string example;                         // the example database
     const char *signal, *frame, *cluster, *ecu;  // a signal, its frame, a cluster and an ECU of it
     std::string malformed, unsupported;  // not well-formed XML; a version the reader refuses
     std::map<std::string, std::uint8_t>* bufferMap;
 };
 
-// The exports of a format, in the order of Format's members.
-#define KELO_FORMAT_EXPORTS(F)                                                                \
-    KFr_##F##_Open, KFr_##F##_Close, KFr_##F##_GetMaxNameLength, KFr_##F##_GetFrameName,      \
-        KFr_##F##_GetFrameName_BySignalName, KFr_##F##_decodeSignal, KFr_##F##_encodeSignal,  \
-        KFr_##F##_GetSlotParameter, KFr_##F##_GetParameter, KFr_##F##_GetControllerParameter, \
-        KFr_##F##_Set_Slot_Parameter_Wrapper, KFr_##F##_Transmit_Wrapper,                     \
-        KFr_##F##_Receive_Wrapper
-inline const Format kFibex{"Fibex",
-                           KELO_FORMAT_EXPORTS(Fibex),
-                           kFibexExample,
-                           "EngineSpeed",
-                           "EngineData",
-                           "PowertrainFlexRay",
-                           "EngineControl",
-                           dataFile("fibex/malformed.xml"),
-                           dataFile("fibex/version-3.1-unsupported.xml"),
-                           &kelo::dbapi::FrameBufferIndexMap};
-inline const Format kAutosar{"AutoSar",
-                             KELO_FORMAT_EXPORTS(AutoSar),
-                             kAutosarExample,
-                             "EngineSpeed",
-                             "Engine_Status_Frame",
-                             "FlexRayBackbone",
-                             "EngineControl",
-                             dataFile("autosar/malformed-unclosed-element-4.2.arxml"),
-                             dataFile("autosar/schema-4.3-refused.arxml"),
-                             &kelo::dbapi::AutosarFrameBufferIndexMap};
-#undef KELO_FORMAT_EXPORTS
+// A format from its export prefix F, then the members after its name.
+#define KELO_FORMAT(F, ...)                                                                       \
+    Format {                                                                                      \
+        KFr_##F##_Open, KFr_##F##_Close, KFr_##F##_GetMaxNameLength, KFr_##F##_GetFrameName,      \
+            KFr_##F##_GetFrameName_BySignalName, KFr_##F##_decodeSignal, KFr_##F##_encodeSignal,  \
+            KFr_##F##_GetSlotParameter, KFr_##F##_GetParameter, KFr_##F##_GetControllerParameter, \
+            KFr_##F##_Set_Slot_Parameter_Wrapper, KFr_##F##_Transmit_Wrapper,                     \
+            KFr_##F##_Receive_Wrapper, #F, __VA_ARGS__                                            \
+    }
+inline const Format kFibex =
+    KELO_FORMAT(Fibex, kFibexExample, "EngineSpeed", "EngineData", "PowertrainFlexRay",
+                "EngineControl", dataFile("fibex/malformed.xml"),
+                dataFile("fibex/version-3.1-unsupported.xml"), &kelo::dbapi::FrameBufferIndexMap);
+inline const Format kAutosar = KELO_FORMAT(
+    AutoSar, kAutosarExample, "EngineSpeed", "Engine_Status_Frame", "FlexRayBackbone",
+    "EngineControl", dataFile("autosar/malformed-unclosed-element-4.2.arxml"),
+    dataFile("autosar/schema-4.3-refused.arxml"), &kelo::dbapi::AutosarFrameBufferIndexMap);
+#undef KELO_FORMAT
 inline const Format* const kFormats[] = {&kFibex, &kAutosar};
 
-// A table of rows written as short helper calls (arguments pack, braced rows do not).
+// A table of rows written as short helper calls, which clang-format packs.
 template <typename T, typename... R>
 std::vector<T> table(T first, R... rest) {
     return {first, rest...};
