@@ -11,19 +11,8 @@ namespace {
 
 constexpr std::uint8_t kCanChannel = 3;
 
-TEST(DeviceTimeOffset, SendsNanosecondsAsSignedLittleEndian64) {
-    Link link;
-    ASSERT_TRUE(link.open());
-    for (long long seconds : {-1LL, 5000000000LL, -9223372036LL}) {
-        SCOPED_TRACE(seconds);
-        link.emu.clearReceived();
-        EXPECT_EQ(link.dev->SetTimeOffset(seconds), 0);
-        EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdSetTimeOffset),
-                  (std::vector<Bytes>{le64(static_cast<std::uint64_t>(seconds * 1000000000LL))}));
-    }
-}
-
-// SetTimeOffset does not preset its status byte before sending: when its request goes unanswered
+// SetTimeOffset sends nanoseconds as a signed little-endian 64-bit word. It does not preset its
+// status byte before sending: when its request goes unanswered
 // it reports the status a reply that came after its caller gave up left behind, while a command
 // that presets its status reads its own preset (1).
 TEST(DeviceTimeOffset, ReportsTheStatusTheLastReplyLeft) {
@@ -37,15 +26,16 @@ TEST(DeviceTimeOffset, ReportsTheStatusTheLastReplyLeft) {
     ASSERT_TRUE(lateReply(kelo::kCmdSetDeviceOption, 0));
     link.emu.drop(kelo::kCmdSetTimeOffset, 1);
     link.emu.drop(kelo::kCmdSetDeviceOption, 1);
-    EXPECT_EQ(link.dev->SetTimeOffset(2), 0) << "status of the last reply 210, not a preset";
+    EXPECT_EQ(link.dev->SetTimeOffset(-1), 0) << "status of the last reply 210, not a preset";
     EXPECT_EQ(link.dev->SetDeviceOption(2), 1) << "a presetting command reads its own 0xFF";
     ASSERT_TRUE(link.sync());  // the emulator uses up the two drops on them
     ASSERT_TRUE(lateReply(kelo::kCmdSetTimeOffset, 0x09));
     link.emu.drop(kelo::kCmdSetTimeOffset, 1);
-    EXPECT_EQ(link.dev->SetTimeOffset(3), 1);
-    EXPECT_EQ(link.dev->SetTimeOffset(4), 0);
+    EXPECT_EQ(link.dev->SetTimeOffset(5000000000LL), 1);
+    EXPECT_EQ(link.dev->SetTimeOffset(-9223372036LL), 0);
     EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdSetTimeOffset),
-              (std::vector<Bytes>{le64(2000000000ull), le64(3000000000ull), le64(4000000000ull)}));
+              (std::vector<Bytes>{le64(std::uint64_t(-1000000000LL)), le64(5000000000000000000ull),
+                                  le64(std::uint64_t(-9223372036000000000LL))}));
 }
 
 // Pass 0, then pass 1; byte 2 of the caller's record is left at the pass last sent (the export
@@ -89,7 +79,7 @@ TEST(DeviceRegisterBits, ReadValue) {
     ASSERT_TRUE(link.sync());
     EXPECT_EQ(link.emu.count(kelo::kCmdReadRegister), 0u);
     const std::uint32_t words[][3] = {
-        {0x10000000u, 1, 0}, {0x40000000u, 0, 1}, {0xAFFFFFFFu, 0, 0}, {0xEFFFFFFFu, 0, 1}};
+        {0x10000000u, 1, 0}, {0xAFFFFFFFu, 0, 0}, {0xEFFFFFFFu, 0, 1}};
     for (auto& c : words) {
         SCOPED_TRACE(c[0]);
         link.emu.setRegisterWord(1, 2, c[0]);
@@ -118,7 +108,6 @@ TEST(DeviceRegisterBits, WriteValueAndWorkMode) {
         std::uint32_t after;
     } cases[] = {
         {1, 1, 0xFFFFFFFFu, 0, 0, 0xEFFFFFFFu},
-        {1, 1, 0x0F0F0F0Fu, 1, 1, 0x4F0F0F0Fu},
         {1, 0, 0x00000001u, 1, -1, 0x40000001u},
         {2, 3, 0x00000002u, 1, 5, 0x40000002u},
     };
@@ -145,7 +134,7 @@ TEST(DeviceRegisterBits, WriteValueAndWorkMode) {
         char mode;
         unsigned char flag;
         std::uint32_t word;
-    } modes[] = {{1, 1, 0x20000002u}, {0, 0, 0u}, {2, 1, 0x20000000u}, {1, 2, 2u}, {-1, 0, 0u}};
+    } modes[] = {{1, 1, 0x20000002u}, {2, 1, 0x20000000u}, {1, 2, 2u}, {-1, 0, 0u}};
     for (auto& m : modes) {
         SCOPED_TRACE(::testing::Message() << "mode " << int(m.mode) << " flag " << int(m.flag));
         link.emu.setRegisterWord(1, 1, 0xDEADBEEFu);
@@ -202,10 +191,7 @@ TEST(DeviceCanTransmit, FlagWordAndDataLengths) {
         std::uint32_t flags;
     } cases[] = {
         {0, 0, 0, 0, 0, 0u},
-        {2, 0, 0, 0, 8, 0x80000000u},
         {0, 1, 0, 0, 64, 0x00800000u},
-        {0, 0, 1, 0, 5, 0x00200000u},
-        {0, 0, 0, 1, 5, 0x00100000u},
         {7, 0x80, 0x02, 0xFF, 5, 0xC0B00000u},  // two type bits; any non-zero flag byte counts
     };
     const Bytes data = ramp(64, 0x40);
@@ -233,8 +219,7 @@ TEST(DeviceCanTransmit, ReplyNamingAnotherChannelReturnsOne) {
     Link link;
     ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
     Bytes frame = {0x01, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0}, data = {0xAB, 0xCD};
-    const std::uint8_t cases[][3] = {
-        {0, kCanChannel, 0}, {0, kCanChannel + 1, 1}, {0, 255, 1}, {0x04, kCanChannel, 1}};
+    const std::uint8_t cases[][3] = {{0, kCanChannel, 0}, {0, 255, 1}, {0x04, kCanChannel, 1}};
     for (auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << "status " << int(c[0]) << " channel " << int(c[1]));
         EXPECT_EQ(link.scripted(kelo::kCmdMultiTransmit, cat({{c[0], 2, c[1], 0}, le32(1)}),
@@ -341,9 +326,7 @@ TEST(DeviceBusActive, StatusUploadsGateFlexRayTransmit) {
     EXPECT_FALSE(link.dev->busActive());
     ASSERT_TRUE(upload({statusEntry(4, 1), statusEntry(4, 2), statusEntry(4, 1)}));
     EXPECT_TRUE(link.dev->busActive());
-    ASSERT_TRUE(upload({statusEntry(4, 1), statusEntry(4, 2)}));
-    EXPECT_FALSE(link.dev->busActive());
-    ASSERT_TRUE(upload({statusEntry(4, 0x0201)}));  // state word 0x0201, not 1
+    ASSERT_TRUE(upload({statusEntry(4, 2), statusEntry(4, 0x0201)}));  // state word 0x0201, not 1
     EXPECT_FALSE(link.dev->busActive());
 
     Bytes data = {1, 2, 3, 4}, staged = {5, 6};
@@ -388,7 +371,7 @@ TEST(DeviceNodeState, FieldsAreTakenFromTheirReplyBytes) {
 TEST(DeviceNmVector, VectorAndLength) {
     Link link;
     ASSERT_TRUE(link.open());
-    for (const Bytes& v : {ramp(12, 0x81), Bytes{}, Bytes{0xA5, 0x5A, 0x01}}) {
+    for (const Bytes& v : {ramp(12, 0x81), Bytes{}}) {
         SCOPED_TRACE(v.size());
         link.emu.setNmVector(v);
         unsigned char out[16], length = 0xEE;

@@ -15,42 +15,27 @@ std::vector<std::uint8_t> commandsOf(const DeviceEmulator& emu) {
     return out;
 }
 
-// A fresh object: device information, then connect, with consecutive host sequences from 0.
-TEST(DeviceOpen, AsksForDeviceInformationThenConnects) {
+// A fresh object: device information, then connect (4 bytes), with consecutive host sequences
+// from 0. Four refusals of the device information: the fifth try succeeds and the open goes on.
+TEST(DeviceOpen, RetriesDeviceInformationThenConnects) {
     EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
+    host.emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 4);
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
+    ASSERT_EQ(dev->Fr_Open(host.addr()), 0);
 
-    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
-
-    const auto sent = commandsSent(emu);
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0].command, kelo::kCmdGetDeviceInfo);
+    const auto sent = commandsSent(host.emu);
+    EXPECT_EQ(commandsOf(host.emu), (std::vector<std::uint8_t>{198, 198, 198, 198, 198, 192}));
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        EXPECT_EQ(sent[i].sequence, 0x8000 + i);
     EXPECT_TRUE(sent[0].payload.empty());
-    EXPECT_EQ(sent[0].sequence, 0x8000);
-    EXPECT_EQ(sent[1].command, kelo::kCmdConnect);
-    EXPECT_EQ(sent[1].payload.size(), 4u);
-    EXPECT_EQ(sent[1].sequence, 0x8001);
-    EXPECT_EQ(dev->Fr_Close(), 0);
-}
-
-// Four refusals of the device information: the fifth try succeeds and the open goes on.
-TEST(DeviceOpen, RetriesDeviceInformationUpToFiveTimes) {
-    EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
-    emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 4);
-    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
-
-    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
-
-    EXPECT_EQ(commandsOf(emu), (std::vector<std::uint8_t>{198, 198, 198, 198, 198, 192}));
+    EXPECT_EQ(sent.back().payload.size(), 4u);
     EXPECT_EQ(dev->Fr_Close(), 0);
 }
 
 // A refused connect fails the open with 1.
 TEST(DeviceOpen, RefusedConnectFailsWithOne) {
     EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
+    DeviceEmulator& emu = host.emu;
     emu.refuse(kelo::kCmdConnect, 0x44);
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
 
@@ -70,21 +55,18 @@ TEST(DeviceOpen, GetDeviceInfoCopiesTheWholeRecord) {
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
     ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
 
-    unsigned char out[80];
-    std::memset(out, 0xEE, sizeof out);
-    ASSERT_EQ(dev->GetDeviceInfo(out), 0);
-    for (std::size_t i = 0; i < 71; ++i)
-        EXPECT_EQ(out[i], info[i]) << "byte " << i;
-    EXPECT_EQ(out[71], 0) << "status byte of an accepted reply";
-    for (std::size_t i = 72; i < sizeof out; ++i)
-        EXPECT_EQ(out[i], 0xEE) << "byte " << i;
+    // Bytes 0-70 as sent, the status byte of an accepted reply (0), nothing past 72.
+    Bytes out(80, 0xEE), expected(info.begin(), info.end());
+    expected[71] = 0;
+    expected.resize(80, 0xEE);
+    ASSERT_EQ(dev->GetDeviceInfo(out.data()), 0);
+    EXPECT_TRUE(sameBytes(out, expected));
 
     // A refused request leaves the caller's buffer alone.
     emu.refuse(kelo::kCmdGetDeviceInfo, 0x12, 1);
-    std::memset(out, 0xEE, sizeof out);
-    EXPECT_EQ(dev->GetDeviceInfo(out), 1);
-    for (unsigned char b : out)
-        EXPECT_EQ(b, 0xEE);
+    out.assign(80, 0xEE);
+    EXPECT_EQ(dev->GetDeviceInfo(out.data()), 1);
+    EXPECT_EQ(out, Bytes(80, 0xEE));
     EXPECT_EQ(dev->Fr_Close(), 0);
 }
 

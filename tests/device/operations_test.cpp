@@ -1,6 +1,7 @@
 // Every command operation of the device object, one table: the exact frames it puts on the wire,
 // and its result when the device accepts (0), refuses (1), never answers (2, slow suite) and when
-// the frame cannot be sent at all (3).
+// the frame cannot be sent at all (3). Fr_ReadValue, Fr_Set_WorkMode and Fr_SetNodeRxTimeout
+// send their frames through the same paths as their exports (the repack tests).
 #include <algorithm>
 #include <thread>
 
@@ -153,12 +154,6 @@ std::vector<Operation> operations() {
                return d.Fr_ReadRegister(1, kController, &word);
            },
            {{150, {1, kController}}}),
-        op("Fr_ReadValue", Bus::FlexRay, 150, 1000,
-           [](L& d) {
-               unsigned int value = 0;
-               return d.Fr_ReadValue(1, kController, 1, &value);
-           },
-           {{150, {1, kController}}}),
         op("GetDeviceInfo", Bus::FlexRay, 198, 5000,
            [](L& d) {
                unsigned char info[72];
@@ -168,9 +163,6 @@ std::vector<Operation> operations() {
         op("Fr_WriteRegister", Bus::FlexRay, 149, 1000,
            [](L& d) { return d.Fr_WriteRegister(1, kController, 0xCAFEBABEu); },
            {{149, cat({{1, kController}, le32(0xCAFEBABEu)})}}),
-        op("Fr_Set_WorkMode", Bus::FlexRay, 149, 1000,
-           [](L& d) { return d.Fr_Set_WorkMode(1, kController, 1, 1); },
-           {{149, cat({{1, kController}, le32(0x20000002u)})}}),
         op(
             "Fr_WriteValue", Bus::FlexRay, 149, 1000,
             [](L& d) { return d.Fr_WriteValue(1, kController, 0, 1); },
@@ -209,9 +201,6 @@ std::vector<Operation> operations() {
            {{142, {1, kCanChannel}}}),
         op("CAN_Stop", Bus::Can, 143, 1000, [](L& d) { return d.CAN_Stop(4); },
            {{143, {4, kCanChannel}}}),
-        op("Fr_SetNodeRxTimeout", Bus::FlexRay, 153, 1000,
-           [](L& d) { return d.Fr_SetNodeRxTimeout(1, kController, 0x01020304u); },
-           {{153, {1, kController, 0x04, 0x03, 0x02, 0x01}}}),
         op("CAN_SetNodeRxTimeout", Bus::Can, 153, 1000,
            [](L& d) {
                Bytes config = {0x10, 0x20, 0x30, 0x40, 0xEE, 0xEF};

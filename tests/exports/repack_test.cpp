@@ -5,39 +5,20 @@
 #include "export_fixture.h"
 
 using namespace kelo_export_test;
-using kelo::emu::ReceivedFrame;
 
 namespace {
 
 class Repack : public ExportTest {};
 class RepackSlow : public ExportTest {};
 
-struct Sent {
-    int command;
-    Bytes payload;
-};
+using Wire = std::vector<std::pair<int, Bytes>>;
 
-::testing::AssertionResult framesAre(const std::vector<ReceivedFrame>& frames,
-                                     const std::vector<Sent>& expected) {
-    std::vector<int> wantCodes;
-    for (const Sent& s : expected)
-        wantCodes.push_back(s.command);
-    if (codesOf(frames) != wantCodes) {
-        auto failure = ::testing::AssertionFailure() << "commands sent:";
-        for (int c : codesOf(frames))
-            failure << ' ' << c;
-        failure << "; expected:";
-        for (int c : wantCodes)
-            failure << ' ' << c;
-        return failure;
-    }
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-        auto same = sameBytes(frames[i].payload, expected[i].payload);
-        if (!same)
-            return ::testing::AssertionFailure()
-                   << "command " << expected[i].command << ": " << same.message();
-    }
-    return ::testing::AssertionSuccess();
+// The commands and payloads sent since the last clear, in order.
+Wire wireOf(const kelo::emu::DeviceEmulator& emu) {
+    Wire w;
+    for (const auto& f : commandsSent(emu))
+        w.emplace_back(f.command, f.payload);
+    return w;
 }
 
 // ---- cluster -----------------------------------------------------------------------------------
@@ -48,33 +29,22 @@ struct Sent {
 TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
     ExportDevice dev;
     ASSERT_TRUE(dev.open());
-
-    struct Row {
-        const char* name;
-        int refusedCommand;  // 0: none
-        unsigned char expected;
-    };
-    const Row rows[] = {
-        {"all accepted", 0, 0},
-        {"stop refused", kelo::kCmdStopNode, 0},
-        {"controller mode refused", kelo::kCmdSetControllerMode, 0},
-        {"cluster refused", kelo::kCmdSetClusterParameter, 1},
-    };
+    const std::pair<int, unsigned char> rows[] = {{0, 0},
+                                                  {kelo::kCmdStopNode, 0},
+                                                  {kelo::kCmdSetControllerMode, 0},
+                                                  {kelo::kCmdSetClusterParameter, 1}};
     const std::uint8_t node = 3;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    const Bytes block = ramp(36, 0x40);
+    for (const auto& [refused, expected] : rows) {
+        SCOPED_TRACE(refused);
         dev.emu.clearReceived();
-        if (row.refusedCommand) dev.emu.refuse(std::uint8_t(row.refusedCommand), 7, 1);
-        const Bytes block = ramp(36, 0x40);
+        if (refused) dev.emu.refuse(std::uint8_t(refused), 7, 1);
         Bytes caller = block;
-
-        EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), node, caller.data()), row.expected);
-
-        EXPECT_TRUE(
-            framesAre(commandsSent(dev.emu),
-                      {{kelo::kCmdStopNode, {node}},
-                       {kelo::kCmdSetControllerMode, cat({{1, node, 0, 0}, le32(0xA0000000u)})},
-                       {kelo::kCmdSetClusterParameter, cat({{node}, block, zeros(3)})}}));
+        EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), node, caller.data()), expected);
+        EXPECT_EQ(wireOf(dev.emu),
+                  (Wire{{kelo::kCmdStopNode, {node}},
+                        {kelo::kCmdSetControllerMode, cat({{1, node, 0, 0}, le32(0xA0000000u)})},
+                        {kelo::kCmdSetClusterParameter, cat({{node}, block, zeros(3)})}}));
         EXPECT_EQ(caller, block) << "the caller's block changed";
     }
 }
@@ -112,152 +82,102 @@ TEST_F(RepackSlow, ClusterParameterAfterStopTimeOutReturnsTheClusterStatus) {
 
 // ---- records passed through with a node byte or a bus kind -------------------------------------
 
-struct RecordRow {
-    const char* name;
-    std::function<unsigned char(signed char)> call;
-    std::vector<Sent> expected;
-};
-
-// Each export's frames, byte for byte, on a FlexRay device. The shared register and time-out
-// operations get bus kind 1.
-TEST_F(Repack, FlexRayRecordsReachTheDeviceAsDocumented) {
-    ExportDevice dev;
-    ASSERT_TRUE(dev.open());
-
-    static const Bytes node48 = ramp(48, 0x30);
-    static const Bytes cc5 = {0xC1, 0xC2, 0xC3, 0xC4, 0xC5};
-    const std::vector<RecordRow> rows = {
-        {"KFr_Set_Node_Parameter_Wrapper",
+// Each export's frames, byte for byte. The shared register and time-out operations get bus kind
+// 1 on a FlexRay device; the CAN exports give mode 2 and the channel the device was opened on.
+TEST_F(Repack, RecordsReachTheDeviceAsDocumented) {
+    ExportDevice fr, can;
+    const std::uint8_t ch = 6;
+    ASSERT_TRUE(fr.open());
+    ASSERT_TRUE(can.open(Bus::Can, ch));
+    static const Bytes node48 = ramp(48, 0x30), cc5 = {0xC1, 0xC2, 0xC3, 0xC4, 0xC5};
+    using Call = unsigned char (*)(signed char);
+    const std::vector<std::tuple<bool, Call, Wire>> rows = {
+        {false,
          [](signed char i) {
              Bytes b = node48;
              return KFr_Set_Node_Parameter_Wrapper(i, 2, b.data());
          },
          {{kelo::kCmdSetNodeParameter, cat({{2}, node48, zeros(3)})}}},
-        {"KFr_Set_CC_Parameter_Wrapper",
+        {false,
          [](signed char i) {
              Bytes b = cc5;
              return KFr_Set_CC_Parameter_Wrapper(i, 4, b.data());
          },
          {{kelo::kCmdSetCcParameter, cat({{4}, cc5})}}},
-        {"KFr_SetFrPhyNodeKeySlot_Wrapper node 0",
-         [](signed char i) {
-             KFrKeySlotRecord k = {{{0x0102, 0x11, 0x12}, {0x0304, 0x21, 0x22}}};
-             return KFr_SetFrPhyNodeKeySlot_Wrapper(i, 0, &k);
-         },
-         {{kelo::kCmdSetKeySlot, {0, 0x02, 0x01, 0x11, 0x12, 0x04, 0x03, 0x21, 0x22}}}},
-        {"KFr_SetFrPhyNodeKeySlot_Wrapper node 7 (not used)",
+        // The node argument is not used: the frame's node byte is always 0.
+        {false,
          [](signed char i) {
              KFrKeySlotRecord k = {{{0xBEEF, 0x01, 0x80}, {0x0005, 0xFF, 0x00}}};
              return KFr_SetFrPhyNodeKeySlot_Wrapper(i, 7, &k);
          },
          {{kelo::kCmdSetKeySlot, {0, 0xEF, 0xBE, 0x01, 0x80, 0x05, 0x00, 0xFF, 0x00}}}},
-        {"KFr_Set_WorkMode_Wrapper mode 1 flag 1",
+        {false,
          [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 2, 1, 1); },
          {{kelo::kCmdWriteRegister, cat({{1, 2}, le32(0x20000002u)})}}},
-        {"KFr_WriteValue_Wrapper bit 28 on",
+        {false,
          [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 0, 1); },
          {{kelo::kCmdReadRegister, {1, 3}},
           {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x10000000u)})}}},
-        {"KFr_WriteValue_Wrapper bit 30 on",
+        {false,
          [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 1, 9); },
          {{kelo::kCmdReadRegister, {1, 3}},
           {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x50000000u)})}}},
-        {"KFr_ReadValue_Wrapper",
+        {false,
          [](signed char i) {
              unsigned int v = 0;
              return KFr_ReadValue_Wrapper(i, 6, 1, &v);
          },
          {{kelo::kCmdReadRegister, {1, 6}}}},
-        {"KFr_SetNodeRxTimeout_Wrapper",
+        {false,
          [](signed char i) { return KFr_SetNodeRxTimeout_Wrapper(i, 1, 0x12345678u); },
          {{kelo::kCmdSetNodeRxTimeout, {1, 1, 0x78, 0x56, 0x34, 0x12}}}},
+        {true,
+         [](signed char i) { return KCAN_Start_Wrapper(i); },
+         {{kelo::kCmdCanStart, {2, ch}}}},
+        {true, [](signed char i) { return KCAN_Stop_Wrapper(i); }, {{kelo::kCmdCanStop, {2, ch}}}},
+        {true,
+         [](signed char i) { return KCAN_SetNodeRxTimeout_Wrapper(i, 0xA1B2C3D4u); },
+         {{kelo::kCmdSetNodeRxTimeout, {2, ch, 0xD4, 0xC3, 0xB2, 0xA1}}}},
     };
-    for (const RecordRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        SCOPED_TRACE("row " + std::to_string(r));
+        const auto& [onCan, call, wire] = rows[r];
+        ExportDevice& dev = onCan ? can : fr;
         dev.emu.clearReceived();
-        EXPECT_EQ(row.call(dev.idx()), 0);
-        EXPECT_TRUE(framesAre(commandsSent(dev.emu), row.expected));
+        EXPECT_EQ(call(dev.idx()), 0);
+        EXPECT_EQ(wireOf(dev.emu), wire);
     }
     // The bits landed in the FlexRay register of controller 3, not in a CAN one.
-    EXPECT_EQ(dev.emu.registerWord(1, 3), 0x50000000u);
-    EXPECT_EQ(dev.emu.registerWord(2, 3), 0u);
-}
-
-// The CAN exports give the CAN operations mode 2 and carry the channel the device was opened on.
-TEST_F(Repack, CanRecordsCarryModeTwoAndTheChannel) {
-    ExportDevice dev;
-    const std::uint8_t channel = 6;
-    ASSERT_TRUE(dev.open(Bus::Can, channel));
-
-    const std::vector<RecordRow> rows = {
-        {"KCAN_Start_Wrapper",
-         [](signed char i) { return KCAN_Start_Wrapper(i); },
-         {{kelo::kCmdCanStart, {2, channel}}}},
-        {"KCAN_Stop_Wrapper",
-         [](signed char i) { return KCAN_Stop_Wrapper(i); },
-         {{kelo::kCmdCanStop, {2, channel}}}},
-        {"KCAN_SetNodeRxTimeout_Wrapper",
-         [](signed char i) { return KCAN_SetNodeRxTimeout_Wrapper(i, 0xA1B2C3D4u); },
-         {{kelo::kCmdSetNodeRxTimeout, {2, channel, 0xD4, 0xC3, 0xB2, 0xA1}}}},
-    };
-    for (const RecordRow& row : rows) {
-        SCOPED_TRACE(row.name);
-        dev.emu.clearReceived();
-        EXPECT_EQ(row.call(dev.idx()), 0);
-        EXPECT_TRUE(framesAre(commandsSent(dev.emu), row.expected));
-    }
+    EXPECT_EQ(fr.emu.registerWord(1, 3), 0x50000000u);
+    EXPECT_EQ(fr.emu.registerWord(2, 3), 0u);
 }
 
 // ---- slot --------------------------------------------------------------------------------------
 
-Bytes slotBlock(std::uint8_t bufferIndex, std::uint16_t slotId) {
+// 102 with the node byte, the 12-byte block and a zero (14 bytes). The buffer index the device
+// names lands in block[0] on status 0 (the emulator assigns 0, a scripted reply names 42), the
+// other bytes stay; a refusal writes nothing back.
+TEST_F(Repack, SlotParameterWritesTheAssignedBufferBackOnSuccess) {
+    ExportDevice dev;
+    ASSERT_TRUE(dev.open());
     // 0 buffer index, 1 unused, 2-3 slot id, 4 parameter, 5 payload words, 6 parameter,
     // 7 channel A, 8 channel B, 9 base cycle, 10 repetition, 11 transmit flag.
-    return cat({{bufferIndex, 0xEE}, le16(slotId), {0x44, 4, 0x66, 1, 1, 0, 2, 1}});
-}
+    const Bytes sent = cat({{255, 0xEE}, le16(33), {0x44, 4, 0x66, 1, 1, 0, 2, 1}});
+    Bytes block = sent;
+    EXPECT_EQ(KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()), 0);
+    EXPECT_EQ(wireOf(dev.emu), (Wire{{kelo::kCmdSetSlotParameter, cat({{2}, sent, {0}})}}));
+    EXPECT_TRUE(sameBytes(block, cat({{0}, Bytes(sent.begin() + 1, sent.end())})));
 
-// 102 with the node byte, the 12-byte block and a zero (14 bytes). On success the buffer index
-// the device assigned lands in block[0], the other bytes stay.
-TEST_F(Repack, SlotParameterWritesTheAssignedBufferBack) {
-    ExportDevice dev;
-    ASSERT_TRUE(dev.open());
-
-    for (std::uint8_t expectedIndex : {0, 1}) {
-        SCOPED_TRACE("buffer " + std::to_string(expectedIndex));
-        dev.emu.clearReceived();
-        const Bytes sent = slotBlock(255, std::uint16_t(7 + expectedIndex));
-        Bytes block = sent;
-        EXPECT_EQ(KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()), 0);
-        EXPECT_TRUE(framesAre(commandsSent(dev.emu),
-                              {{kelo::kCmdSetSlotParameter, cat({{2}, sent, {0}})}}));
-        Bytes expected = sent;
-        expected[0] = expectedIndex;
-        EXPECT_TRUE(sameBytes(block, expected));
-    }
-}
-
-// With a scripted reply that names buffer 42: written back on status 0, ignored otherwise.
-TEST_F(Repack, SlotParameterWritesBackOnlyOnSuccess) {
-    ExportDevice dev;
-    ASSERT_TRUE(dev.open());
-
-    struct Row {
-        const char* name;
-        std::uint8_t status;
-        unsigned char expected;
-    };
-    for (const Row& row : {Row{"accepted", 0, 0}, Row{"refused", 3, 1}}) {
-        SCOPED_TRACE(row.name);
-        const Bytes sent = slotBlock(255, 33);
-        Bytes block = sent;
+    for (const auto& [status, expected] : {std::pair<std::uint8_t, int>{0, 0}, {3, 1}}) {
+        block = sent;
         // Reply: ctl, slot id, 0, buffer index, status.
         const unsigned char r = dev.scripted(
-            kelo::kCmdSetSlotParameter, {2, 33, 0, 0, 42, row.status},
+            kelo::kCmdSetSlotParameter, {2, 33, 0, 0, 42, status},
             [&] { return KFr_Set_Slot_Parameter_Wrapper(dev.idx(), 2, block.data()); });
-        EXPECT_EQ(r, row.expected);
-        Bytes expected = sent;
-        if (row.status == 0) expected[0] = 42;
-        EXPECT_TRUE(sameBytes(block, expected));
+        EXPECT_EQ(r, expected);
+        EXPECT_EQ(block[0], status == 0 ? 42 : 255);
+        EXPECT_TRUE(
+            sameBytes(Bytes(block.begin() + 1, block.end()), Bytes(sent.begin() + 1, sent.end())));
     }
 }
 
@@ -277,25 +197,18 @@ Bytes fifoRecord(std::uint8_t node, std::uint8_t pass, const std::uint8_t enable
             groups,    0};                                        // 44 count, 45
 }
 
+// Sent twice, pass byte 0 then 1; the group count is the number of non-zero enable bytes.
 TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
     ExportDevice dev;
     ASSERT_TRUE(dev.open());
-
     struct Row {
         std::uint8_t enable[4];
         std::uint8_t groups;
     };
-    const Row rows[] = {
-        {{1, 0, 5, 0}, 2},
-        {{0, 0, 0, 0xFF}, 1},
-        {{0x80, 2, 0, 0}, 2},
-        {{1, 1, 1, 1}, 4},
-    };
+    const Row rows[] = {{{1, 0, 5, 0}, 2}, {{0, 0, 0, 0xFF}, 1}, {{1, 1, 1, 1}, 4}};
     std::uint8_t node = 1;
     for (const Row& row : rows) {
-        SCOPED_TRACE("enable bytes " + std::to_string(row.enable[0]) + ", " +
-                     std::to_string(row.enable[1]) + ", " + std::to_string(row.enable[2]) + ", " +
-                     std::to_string(row.enable[3]));
+        SCOPED_TRACE(int(node));
         dev.emu.clearReceived();
         // Every field its own value, so a swapped or misplaced field shows.
         KFrFifoRecord f;
@@ -323,19 +236,11 @@ TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
         const KFrFifoRecord before = f;
 
         EXPECT_EQ(KFr_Set_Fifo_Parameter_Wrapper(dev.idx(), node, &f), 0);
-        EXPECT_TRUE(
-            framesAre(commandsSent(dev.emu),
-                      {{kelo::kCmdSetFifoParameter, fifoRecord(node, 0, row.enable, row.groups)},
-                       {kelo::kCmdSetFifoParameter, fifoRecord(node, 1, row.enable, row.groups)}}));
+        EXPECT_EQ(
+            wireOf(dev.emu),
+            (Wire{{kelo::kCmdSetFifoParameter, fifoRecord(node, 0, row.enable, row.groups)},
+                  {kelo::kCmdSetFifoParameter, fifoRecord(node, 1, row.enable, row.groups)}}));
         EXPECT_EQ(std::memcmp(&f, &before, sizeof f), 0) << "the caller's record changed";
-        // The emulator reads the record the way the device does.
-        const kelo::emu::FifoConfig seen = dev.emu.fifo(node);
-        EXPECT_EQ(seen.pass, 1);
-        EXPECT_EQ(seen.groupCount, row.groups);
-        EXPECT_EQ(seen.depth, 0x3303);
-        EXPECT_EQ(seen.groups[3].enable, row.enable[3]);
-        EXPECT_EQ(seen.groups[3].mask, 0xFF0F);
-        EXPECT_EQ(seen.groups[3].channel, 0x10);
         ++node;
     }
 
