@@ -4,8 +4,8 @@
 
 #include "KeLoComm.h"
 #include "device/byte_order.h"
-#include "device/command_codes.h"
 #include "device/device_status.h"
+#include "device/protocol_table.h"
 #include "exports/device_table.h"
 
 using namespace kelo;

@@ -25,7 +25,7 @@
 
 #include "CommunicationLib.h"
 #include "dbapi_test_support.h"
-#include "device/command_codes.h"
+#include "device/protocol_table.h"
 #include "emulator.h"
 #include "exports/device_table.h"
 #include "support/loopback.h"

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "device/KeLoCommLib.h"
-#include "device/command_codes.h"
 #include "device/crc16.h"
+#include "device/protocol_table.h"
 
 namespace {
 

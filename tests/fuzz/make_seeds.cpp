@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "device/command_codes.h"
 #include "device/crc16.h"
+#include "device/protocol_table.h"
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;

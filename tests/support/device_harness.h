@@ -15,7 +15,7 @@
 
 #include "KeLoComm.h"
 #include "device/KeLoCommLib.h"
-#include "device/command_codes.h"
+#include "device/protocol_table.h"
 #include "emulator.h"
 #include "support/loopback.h"
 #include "support/wire_bytes.h"

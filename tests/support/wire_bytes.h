@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "device/command_codes.h"
+#include "device/protocol_table.h"
 #include "emulator.h"
 
 namespace kelo_testing {
