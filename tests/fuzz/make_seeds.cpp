@@ -85,59 +85,48 @@ Bytes rawInput(const Bytes& stream, std::size_t chunk) {
     return in;
 }
 
-// The reply to each command code, status 0 (accepted), with the shortest layout that carries
-// every field the library reads.
+// The reply to each command code as the device sends it (size from the protocol table), status
+// 0 (accepted), with the result fields the library reads set to plausible values.
 Bytes replyPayload(std::uint8_t code) {
+    const kelo::ReplyShape& shape = kelo::kReplyShapes[code];
+    Bytes b(shape.reply, 0);
+    const auto put = [&b](std::size_t at, std::initializer_list<std::uint8_t> bytes) {
+        std::copy(bytes.begin(), bytes.end(), b.begin() + long(at));
+    };
+    if (shape.status == 0 && b.size() == 4) b[1] = 2;  // bus kind echoed
     switch (code) {
-        case 102:  // ctl, slot id, 0, buffer index, status
-            return {0, 5, 0, 0, 7, 0};
-        case 105:
-        case 111:
-            return {0, 1, 0};
-        case 116: {  // ctl, 0, four PSR words (POC state 2 in bits 8-10), sub-state, 0, status
-            Bytes b{0, 0};
-            put16le(b, 0x0200);
-            put16le(b, 0);
-            put16le(b, 0);
-            put16le(b, 0);
-            b.insert(b.end(), {3, 0, 0});
-            return b;
-        }
-        case 121: {  // ctl, vector length, 12 vector bytes, status
-            Bytes b{0, 4, 0x11, 0x22, 0x33, 0x44};
-            b.resize(14, 0);
-            b.push_back(0);
-            return b;
-        }
-        case 145: {  // status, kind, channel, 0, entries taken
-            Bytes b{0, 2, 1, 0};
-            put32le(b, 1);
-            return b;
-        }
-        case 150: {  // status, kind, ctl, register word
-            Bytes b{0, 1, 0};
-            put32le(b, 0x12345678);
-            return b;
-        }
-        case 192: {  // software version, status
-            Bytes b;
-            put32le(b, 0x01000203);
-            b.push_back(0);
-            return b;
-        }
-        case 198: {  // device information, status at 71
-            Bytes b;
-            put32le(b, 0x01000203);
-            for (char c : std::string("KeLo EMU"))
-                b.push_back(std::uint8_t(c));
-            b.resize(72, 0);
-            return b;
-        }
+        case kelo::kCmdSetSlotParameter:  // slot id, buffer index
+            put(1, {5});
+            put(4, {7});
+            break;
+        case kelo::kCmdSetFifoParameter:
+        case kelo::kCmdTransmit:
+            put(1, {1});
+            break;
+        case kelo::kCmdGetNodeState:  // PSR word 0 with POC state 2 in bits 8-10, sub-state
+            put(2, {0x00, 0x02});
+            put(10, {3});
+            break;
+        case kelo::kCmdGetNmVector:  // vector length, vector
+            put(1, {4, 0x11, 0x22, 0x33, 0x44});
+            break;
+        case kelo::kCmdMultiTransmit:  // kind, channel, entries taken
+            put(1, {2, 1, 0, 1});
+            break;
+        case kelo::kCmdReadRegister:  // kind, controller, register word
+            put(1, {1, 0, 0x78, 0x56, 0x34, 0x12});
+            break;
+        case kelo::kCmdGetDeviceInfo:
+            put(4, {'K', 'e', 'L', 'o', ' ', 'E', 'M', 'U'});
+            put(0, {0x03, 0x02, 0x00, 0x01});  // software version
+            break;
+        case kelo::kCmdConnect:
+            put(0, {0x03, 0x02, 0x00, 0x01});  // software version
+            break;
         default:
             break;
     }
-    if (code >= 96 && code <= 120) return {0, 0};  // ctl, status
-    return {0, 2, 0, 0};                           // status, request bytes 0-1, 0
+    return b;
 }
 
 // Upload 115: entry count at 1, entries of 28 bytes plus 2 x words payload bytes.
