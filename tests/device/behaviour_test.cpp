@@ -1,7 +1,5 @@
-// Operations with behaviour beyond "send one command, wait for its reply" (the frames themselves:
-// the operations table): the time offset's status byte, the two-pass FIFO command, register bits,
-// CAN configuration and transmission, multi-frame staging, the bus-active flag, the node-state
-// and network-management replies and the device text.
+// Operations with behaviour beyond "send one command, wait for its reply" (the operations table
+// has the plain ones).
 #include <cstring>
 
 #include "support/device_harness.h"
@@ -11,10 +9,9 @@ namespace {
 
 constexpr std::uint8_t kCanChannel = 3;
 
-// SetTimeOffset sends nanoseconds as a signed little-endian 64-bit word. It does not preset its
-// status byte before sending: when its request goes unanswered
-// it reports the status a reply that came after its caller gave up left behind, while a command
-// that presets its status reads its own preset (1).
+// SetTimeOffset sends nanoseconds as a signed little-endian 64-bit word and does not preset its
+// status byte: unanswered, it reports the status a late reply left behind (a presetting command
+// reads its own preset, 1).
 TEST(DeviceTimeOffset, ReportsTheStatusTheLastReplyLeft) {
     Link link;
     ASSERT_TRUE(link.open());
@@ -95,8 +92,8 @@ TEST(DeviceRegisterBits, ReadValue) {
     EXPECT_EQ(value, 7u);
 }
 
-// Fr_WriteValue reads the word and writes it back with one bit changed; Fr_Set_WorkMode writes
-// the mode word outright (bit 29 for flag 1).
+// Fr_WriteValue reads the word and writes it back with one bit changed (the export always uses
+// kind 1); Fr_Set_WorkMode writes the mode word outright (bit 29 for flag 1).
 TEST(DeviceRegisterBits, WriteValueAndWorkMode) {
     Link link;
     ASSERT_TRUE(link.open());
@@ -134,7 +131,7 @@ TEST(DeviceRegisterBits, WriteValueAndWorkMode) {
         char mode;
         unsigned char flag;
         std::uint32_t word;
-    } modes[] = {{1, 1, 0x20000002u}, {2, 1, 0x20000000u}, {1, 2, 2u}, {-1, 0, 0u}};
+    } modes[] = {{2, 1, 0x20000000u}, {1, 2, 2u}, {-1, 0, 0u}};  // (1, 1): the repack tests
     for (auto& m : modes) {
         SCOPED_TRACE(::testing::Message() << "mode " << int(m.mode) << " flag " << int(m.flag));
         link.emu.setRegisterWord(1, 1, 0xDEADBEEFu);
@@ -154,8 +151,7 @@ TEST(DeviceCanConfigure, RunsFourStepsAndStopsAtTheFailingOne) {
     ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
     Bytes config = ramp(52, 0x01);
     EXPECT_EQ(link.dev->CAN_Configure(config.data()), 0);
-    // Filter block: two 16-byte entries from record bytes 20 + 16n (14 bytes kept packed), the
-    // filter mode (record byte 50) in the block's last byte.
+    // Filter block: two entries of 14 record bytes from 20 + 16n, the mode (byte 50) last.
     Bytes filter = zeros(32), option = zeros(44);
     for (int n = 0; n < 2; ++n)
         std::copy(config.begin() + 20 + 16 * n, config.begin() + 34 + 16 * n,
@@ -183,42 +179,28 @@ TEST(DeviceCanConfigure, RunsFourStepsAndStopsAtTheFailingOne) {
     EXPECT_EQ(never->CAN_Configure(config.data()), 10);
 }
 
-TEST(DeviceCanTransmit, FlagWordAndDataLengths) {
+// The flag word in entry bytes 24-27 (the rest of the frame: the operations table; the data
+// lengths: the CAN length export test). Result 0 only for an accepted reply that names the
+// object's channel (reply byte 2).
+TEST(DeviceCanTransmit, FlagWordAndReplyChannel) {
     Link link;
     ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
-    const struct {
-        std::uint8_t type, f5, f6, f7, length;
-        std::uint32_t flags;
-    } cases[] = {
-        {0, 0, 0, 0, 0, 0u},
-        {0, 1, 0, 0, 64, 0x00800000u},
-        {7, 0x80, 0x02, 0xFF, 5, 0xC0B00000u},  // two type bits; any non-zero flag byte counts
-    };
-    const Bytes data = ramp(64, 0x40);
-    for (auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "type " << int(c.type) << " length " << int(c.length));
+    // Frame type and flag bytes 5-7, the word: two type bits; any non-zero flag byte counts.
+    const std::uint32_t flags[][5] = {
+        {0, 0, 0, 0, 0u}, {0, 1, 0, 0, 0x00800000u}, {7, 0x80, 0x02, 0xFF, 0xC0B00000u}};
+    Bytes data = ramp(8, 0x40);
+    for (auto& c : flags) {
+        SCOPED_TRACE(c[4]);
         link.emu.clearReceived();
-        Bytes frame = {0x78, 0x56, 0x34, 0x12, c.type, c.f5, c.f6, c.f7, c.length, 0, 0, 0};
-        Bytes d = data;
-        EXPECT_EQ(link.dev->CAN_Transmit(frame.data(), d.data()), 0);
-        Bytes entry = zeros(40);
-        entry[20] = 2;
-        entry[21] = kCanChannel;
-        entry[32] = c.length;
-        const Bytes flags = le32(c.flags);
-        std::copy(flags.begin(), flags.end(), entry.begin() + 24);
-        std::copy(frame.begin(), frame.begin() + 4, entry.begin() + 28);
-        EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdMultiTransmit),
-                  (std::vector<Bytes>{cat({zeros(16), le32(1), zeros(4), entry,
-                                           Bytes(data.begin(), data.begin() + c.length)})}));
+        Bytes frame = cat({le32(0x12345678u),
+                           {std::uint8_t(c[0]), std::uint8_t(c[1])},
+                           {std::uint8_t(c[2]), std::uint8_t(c[3]), 8, 0, 0, 0}});
+        EXPECT_EQ(link.dev->CAN_Transmit(frame.data(), data.data()), 0);
+        const auto sent = payloadsOf(link.emu, kelo::kCmdMultiTransmit);
+        ASSERT_EQ(sent.size(), 1u);
+        EXPECT_EQ(rd32(&sent[0][24 + 24]), c[4]);
     }
-}
-
-// Result 0 only for an accepted reply that names the object's channel (reply byte 2).
-TEST(DeviceCanTransmit, ReplyNamingAnotherChannelReturnsOne) {
-    Link link;
-    ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
-    Bytes frame = {0x01, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0}, data = {0xAB, 0xCD};
+    Bytes frame = {0x01, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0};
     const std::uint8_t cases[][3] = {{0, kCanChannel, 0}, {0, 255, 1}, {0x04, kCanChannel, 1}};
     for (auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << "status " << int(c[0]) << " channel " << int(c[1]));
@@ -299,12 +281,7 @@ TEST(DeviceMultiFrame, CounterAndResultByte) {
 }
 
 Bytes statusEntry(std::uint16_t type, std::uint16_t state) {
-    Bytes e = zeros(32);
-    e[8] = std::uint8_t(type);
-    e[9] = std::uint8_t(type >> 8);
-    e[24] = std::uint8_t(state);
-    e[25] = std::uint8_t(state >> 8);
-    return e;
+    return cat({zeros(8), le16(type), zeros(14), le16(state), zeros(6)});
 }
 
 // Status uploads set the bus-active flag (entries of type 4 only, applied in order; state 2 is
@@ -368,24 +345,22 @@ TEST(DeviceNodeState, FieldsAreTakenFromTheirReplyBytes) {
     EXPECT_EQ(sub, 0x77);
 }
 
+// A refusal (the last row) leaves vector and length alone.
 TEST(DeviceNmVector, VectorAndLength) {
     Link link;
     ASSERT_TRUE(link.open());
-    for (const Bytes& v : {ramp(12, 0x81), Bytes{}}) {
+    for (const Bytes& v : {ramp(12, 0x81), Bytes{}, ramp(4, 1)}) {
         SCOPED_TRACE(v.size());
+        const bool refused = v.size() == 4;
         link.emu.setNmVector(v);
+        if (refused) link.emu.refuse(kelo::kCmdGetNmVector, 0x21, 1);
         unsigned char out[16], length = 0xEE;
         std::memset(out, 0xEE, sizeof out);
-        EXPECT_EQ(link.dev->Fr_GetFrNWVector(1, out, &length), 0);
-        EXPECT_EQ(length, v.size());
-        EXPECT_EQ(Bytes(out, out + 16), cat({v, Bytes(16 - v.size(), 0xEE)}));
+        EXPECT_EQ(link.dev->Fr_GetFrNWVector(1, out, &length), refused ? 1 : 0);
+        EXPECT_EQ(length, refused ? 0xEE : v.size());
+        EXPECT_EQ(Bytes(out, out + 16),
+                  refused ? Bytes(16, 0xEE) : cat({v, Bytes(16 - v.size(), 0xEE)}));
     }
-    link.emu.refuse(kelo::kCmdGetNmVector, 0x21, 1);
-    unsigned char out[16], length = 0xEE;
-    std::memset(out, 0xEE, sizeof out);
-    EXPECT_EQ(link.dev->Fr_GetFrNWVector(1, out, &length), 1);
-    EXPECT_EQ(length, 0xEE);
-    EXPECT_EQ(Bytes(out, out + 16), Bytes(16, 0xEE));
 }
 
 TEST(DeviceText, LatinOneNulTerminatedInThirtyTwoBytes) {

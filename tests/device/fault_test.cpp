@@ -12,32 +12,18 @@ namespace kelo_testing {
 namespace {
 
 // A frame as it goes on the wire (big-endian header, CRC-16/ARC), for hand-made traffic.
+Bytes be16(std::size_t v) {
+    return {std::uint8_t(v >> 8), std::uint8_t(v)};
+}
 Bytes wireFrame(std::uint16_t sequence, std::uint8_t command, const Bytes& payload) {
-    Bytes f = {0xAA,
-               std::uint8_t(sequence >> 8),
-               std::uint8_t(sequence),
-               std::uint8_t(payload.size() >> 8),
-               std::uint8_t(payload.size()),
-               command};
-    auto crc = [&f](const Bytes& part) {
-        const std::uint16_t c = kelo::crc16Arc(0, part.data(), part.size());
-        f.push_back(std::uint8_t(c >> 8));
-        f.push_back(std::uint8_t(c));
-    };
-    crc(Bytes(f));
-    if (!payload.empty()) {
-        f.insert(f.end(), payload.begin(), payload.end());
-        crc(payload);
-    }
-    return f;
+    auto crc = [](const Bytes& part) { return be16(kelo::crc16Arc(0, part.data(), part.size())); };
+    const Bytes head = cat({{0xAA}, be16(sequence), be16(payload.size()), {command}});
+    return payload.empty() ? cat({head, crc(head)}) : cat({head, crc(head), payload, crc(payload)});
 }
 
 kelo::emu::FlexRayEntry flexRayEntry(std::uint16_t slot) {
     kelo::emu::FlexRayEntry e;
-    e.words[0] = 0x11223344u;
     e.slot = slot;
-    e.cycle = 9;
-    e.statusWord = 0x0080;
     e.payload = {0xA0, 0xA1, 0xA2, 0xA3};
     return e;
 }

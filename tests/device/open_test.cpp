@@ -6,68 +6,46 @@
 namespace kelo_testing {
 namespace {
 
-using kelo::emu::DeviceEmulator;
-
-std::vector<std::uint8_t> commandsOf(const DeviceEmulator& emu) {
-    std::vector<std::uint8_t> out;
-    for (auto& f : commandsSent(emu))
-        out.push_back(f.command);
-    return out;
-}
-
 // A fresh object: device information, then connect (4 bytes), with consecutive host sequences
 // from 0. Four refusals of the device information: the fifth try succeeds and the open goes on.
+// A refused connect fails the open with 1.
 TEST(DeviceOpen, RetriesDeviceInformationThenConnects) {
     EmulatorHost host;
     host.emu.refuse(kelo::kCmdGetDeviceInfo, 0x33, 4);
     std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
     ASSERT_EQ(dev->Fr_Open(host.addr()), 0);
-
     const auto sent = commandsSent(host.emu);
-    EXPECT_EQ(commandsOf(host.emu), (std::vector<std::uint8_t>{198, 198, 198, 198, 198, 192}));
+    EXPECT_EQ(codesOf(sent), (std::vector<int>{198, 198, 198, 198, 198, 192}));
     for (std::size_t i = 0; i < sent.size(); ++i)
         EXPECT_EQ(sent[i].sequence, 0x8000 + i);
     EXPECT_TRUE(sent[0].payload.empty());
     EXPECT_EQ(sent.back().payload.size(), 4u);
     EXPECT_EQ(dev->Fr_Close(), 0);
+
+    EmulatorHost refusing;
+    refusing.emu.refuse(kelo::kCmdConnect, 0x44);
+    std::unique_ptr<CommunicationLib> refused(GetKeLoComm());
+    EXPECT_EQ(refused->Fr_Open(refusing.addr()), 1);
+    EXPECT_EQ(codesOf(commandsSent(refusing.emu)), (std::vector<int>{198, 192}));
+    refused->CAN_Close();
 }
 
-// A refused connect fails the open with 1.
-TEST(DeviceOpen, RefusedConnectFailsWithOne) {
-    EmulatorHost host;
-    DeviceEmulator& emu = host.emu;
-    emu.refuse(kelo::kCmdConnect, 0x44);
-    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
-
-    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 1);
-    EXPECT_EQ(commandsOf(emu), (std::vector<std::uint8_t>{198, 192}));
-    dev->CAN_Close();
-}
-
-// GetDeviceInfo hands out the whole 72-byte record the device answered, its status byte included.
+// GetDeviceInfo hands out the whole 72-byte record the device answered, its status byte included
+// (0 on an accepted reply), nothing past 72; a refused request leaves the caller's buffer alone.
 TEST(DeviceOpen, GetDeviceInfoCopiesTheWholeRecord) {
-    EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
+    Link link;
     std::array<std::uint8_t, 72> info;
     for (std::size_t i = 0; i < info.size(); ++i)
         info[i] = std::uint8_t(0x90 + i);
-    emu.setDeviceInfo(info);
-    std::unique_ptr<CommunicationLib> dev(GetKeLoComm());
-    ASSERT_EQ(dev->Fr_Open(emu.address().c_str()), 0);
-
-    // Bytes 0-70 as sent, the status byte of an accepted reply (0), nothing past 72.
-    Bytes out(80, 0xEE), expected(info.begin(), info.end());
-    expected[71] = 0;
-    expected.resize(80, 0xEE);
-    ASSERT_EQ(dev->GetDeviceInfo(out.data()), 0);
+    link.emu.setDeviceInfo(info);
+    ASSERT_TRUE(link.open());
+    Bytes out(80, 0xEE), expected = cat({Bytes(info.begin(), info.end() - 1), {0}, Bytes(8, 0xEE)});
+    ASSERT_EQ(link.dev->GetDeviceInfo(out.data()), 0);
     EXPECT_TRUE(sameBytes(out, expected));
-
-    // A refused request leaves the caller's buffer alone.
-    emu.refuse(kelo::kCmdGetDeviceInfo, 0x12, 1);
+    link.emu.refuse(kelo::kCmdGetDeviceInfo, 0x12, 1);
     out.assign(80, 0xEE);
-    EXPECT_EQ(dev->GetDeviceInfo(out.data()), 1);
+    EXPECT_EQ(link.dev->GetDeviceInfo(out.data()), 1);
     EXPECT_EQ(out, Bytes(80, 0xEE));
-    EXPECT_EQ(dev->Fr_Close(), 0);
 }
 
 // An object opened for FlexRay puts the default channel 255 into its CAN commands (the channel a
@@ -79,22 +57,17 @@ TEST(DeviceOpen, FlexRayOpenLeavesTheDefaultCanChannel) {
     EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdCanStart), (std::vector<Bytes>{{2, 255}}));
 }
 
-// ---- real waits ---------------------------------------------------------------------------------
-
 // A device that never answers: five tries of 5000 ms each, then the open gives up with 2 and
 // never sends the connect command.
 TEST(DeviceOpenSlow, SilentDeviceFailsAfterFiveTriesWithTwo) {
     EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
-    emu.drop(kelo::kCmdGetDeviceInfo);
+    host.emu.drop(kelo::kCmdGetDeviceInfo);
     CommunicationLib* dev = GetKeLoComm();
-
     Stopwatch watch;
-    EXPECT_EQ(dev->Fr_Open(emu.address().c_str()), 2);
+    EXPECT_EQ(dev->Fr_Open(host.addr()), 2);
     EXPECT_GE(watch.ms(), 5 * 5000 * 9 / 10);
-
-    EXPECT_EQ(emu.count(kelo::kCmdGetDeviceInfo), 5u);
-    EXPECT_EQ(emu.count(kelo::kCmdConnect), 0u);
+    EXPECT_EQ(host.emu.count(kelo::kCmdGetDeviceInfo), 5u);
+    EXPECT_EQ(host.emu.count(kelo::kCmdConnect), 0u);
     ASSERT_TRUE(finishesWithin(std::chrono::seconds(10), [dev] {
         dev->CAN_Close();
         delete dev;

@@ -8,47 +8,32 @@
 namespace kelo_testing {
 namespace {
 
-using kelo::emu::CanEntry;
-
-// Holds the device's own reply back, answers with `sequence` first (refusing) and then with the
-// right one (accepting); returns what the waiting call returned.
-unsigned char answerWithWrongSequenceFirst(Link& link, std::uint16_t sequence) {
+// A reply with a foreign sequence (refusing) is dropped; the right one (accepting) completes the
+// call. Then one reply that comes after its caller gave up, and every reply twice: each later call
+// still gets its own answer. (The default link matches by code alone: the fault tests.)
+TEST(StrictLink, ForeignLateAndDuplicatedRepliesAnswerNobody) {
+    Link link;
+    link.dev->setStrict(true);
+    ASSERT_TRUE(link.open());
     const std::uint8_t code = kelo::kCmdConfigureNode;
-    const std::size_t before = link.emu.count(code);
-    link.emu.delay(code, 600000, 1);
-    auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
-    if (link.emu.waitFor(code, before + 1, 2000)) {
+    for (std::uint16_t sequence : {std::uint16_t{0x7777}, std::uint16_t{0}}) {
+        SCOPED_TRACE(sequence);
+        link.emu.delay(code, 600000, 1);
+        const std::size_t before = link.emu.count(code);
+        auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
+        ASSERT_TRUE(link.emu.waitFor(code, before + 1, 2000));
         const std::uint16_t right = link.emu.received(code).back().sequence;
         link.emu.sendFrame(code, {1, 9}, sequence == right ? right ^ 1 : sequence);
         EXPECT_TRUE(link.sync());
         link.emu.sendFrame(code, {1, 0}, right);
+        EXPECT_EQ(op.get(), 0);
     }
-    return op.get();
-}
-
-TEST(StrictLink, ReplyWithAnotherSequenceIsDropped) {
-    Link link;
-    link.dev->setStrict(true);
-    ASSERT_TRUE(link.open());
-    for (std::uint16_t sequence : {std::uint16_t{0x7777}, std::uint16_t{0}})
-        EXPECT_EQ(answerWithWrongSequenceFirst(link, sequence), 0) << sequence;
-}
-
-// One reply that comes after its caller gave up, then every reply twice: each later call still
-// gets its own answer. (The default link lets the late reply answer the next call: see the
-// behaviour tests.)
-TEST(StrictLink, LateAndDuplicatedRepliesAnswerNobody) {
-    Link link;
-    link.dev->setStrict(true);
-    ASSERT_TRUE(link.open());
-    const std::uint8_t code = kelo::kCmdConfigureNode;
     link.emu.delay(code, 600000, 1);
     EXPECT_EQ(link.dev->Fr_Configure_Node(1), 2);
     link.emu.sendFrame(code, {1, 0}, link.emu.received(code).back().sequence);
     ASSERT_TRUE(link.sync());
     link.emu.refuse(code, 7, 1);
     EXPECT_EQ(link.dev->Fr_Configure_Node(1), 1) << "the refusal, not the late acceptance";
-
     link.emu.duplicateDatagrams(true);
     int accepted = 0;
     for (int i = 0; i < 200; ++i)
@@ -58,30 +43,27 @@ TEST(StrictLink, LateAndDuplicatedRepliesAnswerNobody) {
     EXPECT_EQ(link.dev->Fr_GetFrNodeState(1, &state, &sub), 0);
 }
 
-CanEntry canEntry(std::uint32_t identifier) {
-    CanEntry e;
-    e.identifier = identifier;
-    e.data = {1, 2, 3, 4, 5};
-    return e;
-}
-
 // Uploads `total` CAN records, 1,000 per frame, then waits for them to be dispatched.
 void uploadCanRecords(Link& link, std::size_t total) {
+    kelo::emu::CanEntry e;
+    e.identifier = 0x100;
+    e.data = {1, 2, 3, 4, 5};
     for (std::size_t sent = 0; sent < total;) {
         const std::size_t n = std::min<std::size_t>(1000, total - sent);
-        link.emu.uploadCan(std::vector<CanEntry>(n, canEntry(0x100)));
+        link.emu.uploadCan(std::vector<kelo::emu::CanEntry>(n, e));
         sent += n;
         ASSERT_TRUE(link.sync());
     }
 }
 
+// The default link keeps CAN uploads on a FlexRay link; the strict one only with CAN open.
 TEST(StrictLink, CanQueueNeedsAnOpenChannelAndStopsAtItsCap) {
-    {
+    for (bool strict : {false, true}) {
         Link flexRay;
-        flexRay.dev->setStrict(true);
+        flexRay.dev->setStrict(strict);
         ASSERT_TRUE(flexRay.open(Bus::FlexRay));
         uploadCanRecords(flexRay, 10);
-        EXPECT_EQ(flexRay.dev->CAN_framesAvailable(), 0u) << "CAN is not open on this link";
+        EXPECT_EQ(flexRay.dev->CAN_framesAvailable(), strict ? 0u : 10u) << strict;
     }
     Link can;
     can.dev->setStrict(true);
@@ -94,14 +76,6 @@ TEST(StrictLink, CanQueueNeedsAnOpenChannelAndStopsAtItsCap) {
     EXPECT_EQ(can.dev->CAN_framesAvailable(), 0u);
 }
 
-// The default link keeps what the device sends, CAN open or not.
-TEST(DefaultLink, CanUploadsAreQueuedOnAFlexRayLink) {
-    Link link;
-    ASSERT_TRUE(link.open(Bus::FlexRay));
-    uploadCanRecords(link, 10);
-    EXPECT_EQ(link.dev->CAN_framesAvailable(), 10u);
-}
-
 TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
     for (const char* address : {"not-an-ip", "", "999.1.1.1", "1.2.3", "1.2.3.4.5", " 1.2.3.4",
                                 "1.2.3.4 ", "0x7f.0.0.1", static_cast<const char*>(nullptr)}) {
@@ -111,11 +85,9 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
         EXPECT_EQ(dev.Fr_Open(address), 3);
         EXPECT_EQ(KFr_OpenEx_Wrapper(address, KELO_DEVICE_STRICT), -3);
     }
-    // No address at all fails at once on any link.
     KeLoCommLib plain;
-    EXPECT_EQ(plain.Fr_Open(nullptr), 3);
-    // A dotted address opens as usual; the strict link gives the device no address that is not
-    // dotted.
+    EXPECT_EQ(plain.Fr_Open(nullptr), 3) << "no address at all fails at once on any link";
+    // A dotted address opens as usual; the strict link gives the device only dotted addresses.
     Link link;
     link.dev->setStrict(true);
     ASSERT_TRUE(link.open());
@@ -125,7 +97,7 @@ TEST(StrictLink, AddressThatIsNotDottedIPv4FailsAtOnce) {
 }
 
 // A caller waiting for a reply when another thread closes the device returns 4 (link not open)
-// as soon as the close has its own answer, and the object is gone only after it left.
+// as soon as the close has its own answer, on the object and through the exports.
 TEST(CloseWakesWaiters, CommandWaitingForItsReplyReturnsFour) {
     Link link;
     ASSERT_TRUE(link.open());
@@ -139,19 +111,18 @@ TEST(CloseWakesWaiters, CommandWaitingForItsReplyReturnsFour) {
 
 TEST(CloseWakesWaiters, ExportWaitingWhileTheIndexIsClosed) {
     EmulatorHost host;
-    kelo::emu::DeviceEmulator& emu = host.emu;
     for (bool can : {false, true}) {
         SCOPED_TRACE(can ? "CAN" : "FlexRay");
-        const signed char idx = can ? KCAN_Open_Wrapper(emu.address().c_str(), 2)
-                                    : KFr_Open_Wrapper(emu.address().c_str());
+        const signed char idx =
+            can ? KCAN_Open_Wrapper(host.addr(), 2) : KFr_Open_Wrapper(host.addr());
         ASSERT_GT(idx, 0);
-        const std::size_t before = emu.count(kelo::kCmdGetNodeState);
-        emu.delay(kelo::kCmdGetNodeState, 600000, 1);
+        const std::size_t before = host.emu.count(kelo::kCmdGetNodeState);
+        host.emu.delay(kelo::kCmdGetNodeState, 600000, 1);
         auto op = std::async(std::launch::async, [&] {
             unsigned char state = 0, sub = 0;
             return KFr_GetFrNodeState_Wrapper(idx, 1, &state, &sub);
         });
-        ASSERT_TRUE(emu.waitFor(kelo::kCmdGetNodeState, before + 1, 2000));
+        ASSERT_TRUE(host.emu.waitFor(kelo::kCmdGetNodeState, before + 1, 2000));
         EXPECT_EQ(can ? KCAN_Close_Wrapper(idx) : KFr_Close_Wrapper(idx), 0);
         EXPECT_EQ(op.get(), 4);
     }

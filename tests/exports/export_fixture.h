@@ -20,8 +20,6 @@ namespace kelo_export_test {
 
 using namespace kelo_testing;
 
-// ---- the device table --------------------------------------------------------------------------
-
 using TableSnapshot = std::array<std::pair<int, const void*>, kelo::kDeviceSlots>;
 
 inline TableSnapshot snapshotTable() {
@@ -89,8 +87,6 @@ class OpenedIndices {
   private:
     std::vector<signed char> open_;
 };
-
-// ---- every export that takes a device index ----------------------------------------------------
 
 // A function declared with KELOCOMM_API in the public header.
 struct HeaderFunction {

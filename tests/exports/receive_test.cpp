@@ -21,8 +21,6 @@ Bytes sentinelBuffer(std::size_t n) {
     return Bytes(n, kSentinel);
 }
 
-// ---- FlexRay -----------------------------------------------------------------------------------
-
 // The 28-byte header, then 2 x words payload bytes: a record holds 254 of them, the bytes past
 // those are zero, and the caller's buffer past 2 x words is not touched. Header byte 18: bit 1 =
 // status bit 15 (channel B), bit 0 = status bit 7 (channel A).
@@ -151,8 +149,6 @@ TEST_F(ReceiveCopy, NothingIsCopiedWhenNothingArrives) {
     EXPECT_TRUE(sameBytes(payload, sentinelBuffer(510)));
 }
 
-// ---- CAN ---------------------------------------------------------------------------------------
-
 // The 24-byte header, then 2 x the data length: the data, then as many zero bytes; the caller's
 // buffer past that is not touched.
 TEST_F(ReceiveCopy, CanCopiesHeaderAndTwiceTheDataLength) {
@@ -198,8 +194,6 @@ TEST_F(ReceiveCopy, CanCopiesHeaderAndTwiceTheDataLength) {
     }
 }
 
-// ---- CAN data lengths --------------------------------------------------------------------------
-
 // Every length byte 0..255: the sixteen CAN lengths reach the device (one transmit each, carrying
 // that length), every other value gives 5 and nothing is sent.
 TEST_F(CanDataLength, OnlyTheSixteenCanLengthsReachTheDevice) {
@@ -229,8 +223,6 @@ TEST_F(CanDataLength, OnlyTheSixteenCanLengthsReachTheDevice) {
     }
     EXPECT_EQ(dev.emu.count(kelo::kCmdMultiTransmit), permitted.size());
 }
-
-// ---- frame counts ------------------------------------------------------------------------------
 
 TEST_F(FramesAvailable, CanCountIsWrittenAndZeroReturned) {
     ExportDevice dev;

@@ -21,8 +21,6 @@ Wire wireOf(const kelo::emu::DeviceEmulator& emu) {
     return w;
 }
 
-// ---- cluster -----------------------------------------------------------------------------------
-
 // Stop (110) first, then the controller mode (139) and the 40-byte cluster record (96): the node
 // byte, the 36-byte block, three zero bytes. The result is the cluster command's, whichever of
 // the other two the device refused.
@@ -79,8 +77,6 @@ TEST_F(RepackSlow, ClusterParameterAfterStopTimeOutReturnsTheClusterStatus) {
               (std::vector<int>{kelo::kCmdStopNode, kelo::kCmdSetControllerMode,
                                 kelo::kCmdSetClusterParameter}));
 }
-
-// ---- records passed through with a node byte or a bus kind -------------------------------------
 
 // Each export's frames, byte for byte. The shared register and time-out operations get bus kind
 // 1 on a FlexRay device; the CAN exports give mode 2 and the channel the device was opened on.
@@ -152,8 +148,6 @@ TEST_F(Repack, RecordsReachTheDeviceAsDocumented) {
     EXPECT_EQ(fr.emu.registerWord(2, 3), 0u);
 }
 
-// ---- slot --------------------------------------------------------------------------------------
-
 // 102 with the node byte, the 12-byte block and a zero (14 bytes). The buffer index the device
 // names lands in block[0] on status 0 (the emulator assigns 0, a scripted reply names 42), the
 // other bytes stay; a refusal writes nothing back.
@@ -180,8 +174,6 @@ TEST_F(Repack, SlotParameterWritesTheAssignedBufferBackOnSuccess) {
             sameBytes(Bytes(block.begin() + 1, block.end()), Bytes(sent.begin() + 1, sent.end())));
     }
 }
-
-// ---- FIFO --------------------------------------------------------------------------------------
 
 // The device's 46-byte record for the field values the FIFO test sets, offset by offset: the
 // caller's fields in their order with natural alignment, the group count at 44 and the padding

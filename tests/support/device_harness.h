@@ -32,16 +32,12 @@ inline std::unique_ptr<kelo::emu::DeviceEmulator> startedEmulator() {
     return emu;
 }
 
-class Stopwatch {
-  public:
+struct Stopwatch {
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     long long ms() const {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(
-                   std::chrono::steady_clock::now() - start_)
-            .count();
+        using namespace std::chrono;
+        return duration_cast<milliseconds>(steady_clock::now() - start).count();
     }
-
-  private:
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 // Runs fn on its own thread and waits up to `limit` for it. False when it did not finish: the
@@ -67,9 +63,8 @@ class EmulatorHost {
 
     const char* addr() const { return emu.address().c_str(); }
 
-    // Runs `op` while the emulator holds its own reply to `command` back (for longer than any
-    // test lasts), and answers in its place with `reply` once the host's frame has arrived
-    // (after running `meanwhile`, while the host still waits). Returns what `op` returned.
+    // Runs `op` while the emulator holds its own reply to `command` back, and answers in its
+    // place with `reply` once the host's frame arrived (after `meanwhile`). Returns op's result.
     unsigned char scripted(std::uint8_t command, const Bytes& reply,
                            const std::function<unsigned char()>& op,
                            const std::function<void()>& meanwhile = nullptr) {
@@ -95,8 +90,7 @@ class Link : public EmulatorHost {
   public:
     ~Link() { shutDown(); }
 
-    // Opens the device (Fr_Open, or CAN_Open on `canChannel`), then forgets the frames of the
-    // open so that a test sees only its own.
+    // Opens (Fr_Open, or CAN_Open on `canChannel`) and forgets the open's frames.
     ::testing::AssertionResult open(Bus bus = Bus::FlexRay, std::uint8_t canChannel = 3) {
         bus_ = bus;
         const unsigned char r =
@@ -107,8 +101,8 @@ class Link : public EmulatorHost {
         return ::testing::AssertionSuccess();
     }
 
-    // A full round trip with a command that changes nothing: every datagram the emulator sent
-    // before it answers has been through the host's dispatcher when this returns.
+    // A round trip with a command that changes nothing: every datagram the emulator sent before
+    // has been dispatched when this returns.
     ::testing::AssertionResult sync() {
         unsigned char info[kelo::kDeviceInfoSize];
         const unsigned char r = dev->GetDeviceInfo(info);
@@ -156,7 +150,6 @@ class ExportDevice : public EmulatorHost {
         return ::testing::AssertionSuccess();
     }
 
-    // Closes the way the device was opened (faults cleared first so that the close is answered).
     unsigned char close() {
         if (idx_ <= 0) return 0;
         emu.clearFaults();

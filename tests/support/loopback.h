@@ -1,8 +1,6 @@
-// Loopback addresses for test emulators, handed out by one allocator instead of being picked by
-// hand. Every address of 127.0.0.0/8 reaches this host, so each emulator can have its own and
-// use the device's fixed UDP port. The addresses come from 127.1.0.0 upwards, a range no suite
-// picks by hand. Several test programs run at the same time: each starts at its own place in the
-// range (from its process id), and an address whose port is already bound is skipped.
+// Loopback addresses for test emulators: each gets its own address of 127.0.0.0/8 and so the
+// device's fixed UDP port. Programs running side by side start at their own place in the range
+// (from the process id); an address whose port is already bound is skipped.
 #pragma once
 
 #include <atomic>
@@ -33,9 +31,8 @@ inline std::string nextLoopbackAddress() {
            std::to_string(1 + n % kHostsPerBlock);
 }
 
-// Calls bind(address) with successive addresses until one binds; returns that address, or ""
-// when none of `attempts` did. `bind` binds the caller's socket (or starts its server) and says
-// whether that worked: a port another process holds is simply passed over.
+// Calls bind(address) with successive addresses until it returns true; returns that address, or
+// "" when none of `attempts` did.
 template <typename Bind>
 std::string bindFreeLoopback(Bind&& bind, int attempts = 100) {
     for (int i = 0; i < attempts; ++i) {

@@ -23,12 +23,6 @@ inline Bytes le16(std::uint16_t v) {
 inline Bytes le32(std::uint32_t v) {
     return {std::uint8_t(v), std::uint8_t(v >> 8), std::uint8_t(v >> 16), std::uint8_t(v >> 24)};
 }
-inline Bytes le64(std::uint64_t v) {
-    Bytes b = le32(std::uint32_t(v));
-    Bytes h = le32(std::uint32_t(v >> 32));
-    b.insert(b.end(), h.begin(), h.end());
-    return b;
-}
 inline Bytes zeros(std::size_t n) {
     return Bytes(n, 0);
 }
@@ -44,6 +38,9 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
     for (const Bytes& p : parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
+}
+inline Bytes le64(std::uint64_t v) {
+    return cat({le32(std::uint32_t(v)), le32(std::uint32_t(v >> 32))});
 }
 inline Bytes bytesOf(const void* p, std::size_t n) {
     const auto* b = static_cast<const std::uint8_t*>(p);
