@@ -13,17 +13,14 @@ namespace {
 using namespace kelo_test;
 
 const std::string kNoName = "Database file parse error: SHORT-NAME of signal item not found!";
+const std::string kRefused =
+    "error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database "
+    "file file is not supported!";
+const std::string kNoCategory =
+    "error #4 in ParseCompuMethods: AUTOSAR parse error: CATEGORY for compumethod item not found!";
 
-class AutosarDiagnostics : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (!kelo::xml::kDiagnosticsOn)
-            GTEST_SKIP() << "the readers were built with diagnostics switched off";
-    }
-    AutoSarReader reader;
-};
-
-TEST_F(AutosarDiagnostics, EachMessageOfARead) {
+TEST(AutosarDiagnostics, EachMessageOfARead) {
+    if (!kelo::xml::kDiagnosticsOn) GTEST_SKIP() << "the readers were built without diagnostics";
     const struct {
         const char* file;
         Lines between;  // the lines between "started" and the outcome
@@ -34,12 +31,7 @@ TEST_F(AutosarDiagnostics, EachMessageOfARead) {
          {"error #3 in ParseUnits: AUTOSAR parse error: DISPLAY-NAME for unit item not found!"},
          true},
         // the failing step runs twice and says so twice
-        {"compu-method-without-category-4.2.arxml",
-         {"error #4 in ParseCompuMethods: AUTOSAR parse error: CATEGORY for compumethod item not "
-          "found!",
-          "error #4 in ParseCompuMethods: AUTOSAR parse error: CATEGORY for compumethod item not "
-          "found!"},
-         false},
+        {"compu-method-without-category-4.2.arxml", {kNoCategory, kNoCategory}, false},
         {"signals-data-type-policies-4.2.arxml",
          {"error #5 in ParseCompuMethods: Database file parse error: Denominator different from 1 "
           "is not supported!",
@@ -50,16 +42,14 @@ TEST_F(AutosarDiagnostics, EachMessageOfARead) {
           "error #9 in ParsePDUs: " + kNoName},
          true},
         {"frames-carrying-pdus-4.2.arxml", {"error #10 in ParseFrames: " + kNoName}, true},
-        {"schema-4.3-refused.arxml",
-         {"error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database file file is not "
-          "supported!"},
-         false},
+        {"schema-4.3-refused.arxml", {kRefused}, false},
         {"schema-location-one-part-4.2.arxml",
          {"error #11 in LoadFile: Version '' of the Database file file is not supported!"},
          false},
         {"malformed-unclosed-element-4.2.arxml", {}, false},
         {"no-such-file.arxml", {}, false},
     };
+    AutoSarReader reader;
     for (const auto& c : cases) {
         Lines expected{"info #0 in ReadAUTOSARData: Parsing database file: '" +
                        autosarFile(c.file) + "' started"};
@@ -69,15 +59,12 @@ TEST_F(AutosarDiagnostics, EachMessageOfARead) {
         EXPECT_EQ(printedLines([&] { reader.ReadAUTOSARData(autosarFile(c.file)); }), expected)
             << c.file;
     }
-}
-
-TEST_F(AutosarDiagnostics, OnlyReadAutosarDataFramesTheLoad) {
+    // Only ReadAUTOSARData frames the load; an empty name prints nothing.
     EXPECT_EQ(printedLines([&] {
                   AutoSarReader direct(autosarFile("schema-4.3-refused.arxml"));
                   reader.ReadAUTOSARData("");
               }),
-              (Lines{"error #11 in LoadFile: Version 'AUTOSAR_4-3-0.xsd' of the Database file file "
-                     "is not supported!"}));
+              Lines{kRefused});
 }
 
 }  // namespace

@@ -25,6 +25,11 @@ void expectText(const CompuScale& r, unsigned lower, unsigned upper, float lower
                EQ(r.upperLimitValue, upperValue), EQ(r.text, text), EQ(r.offset, 0.0f),
                EQ(r.factor, 0.0f), EQ(r.denominator, 0.0f)});
 }
+// A coding's type as "data type signed|unsigned bit length".
+std::string codedType(const kelo::fibex::Coding& r) {
+    return std::to_string(r.dataType) + (r.isSigned ? " signed " : " unsigned ") +
+           std::to_string(r.bitLength);
+}
 void expectLimits(const CompuMethod& r, float physLower, float physUpper, float internalLower,
                   float internalUpper) {
     expectAll({EQ(r.physLowerLimit, physLower), EQ(r.physUpperLimit, physUpper),
@@ -73,28 +78,20 @@ TEST_F(FibexTest, CompuMethodsOfEachCategory) {
 
 TEST_F(FibexTest, DataTypeTable) {
     loadOk("coding-data-types.xml");
-    const struct {
-        const char* id;
-        int dataType;
-        bool isSigned;
-        int bitLength;
-    } rows[] = {{"DT_A_INT8", 1, true, 8},           {"DT_A_UINT64", 8, false, 64},
-                {"DT_A_FLOAT32", 10, false, 32},     {"DT_A_ASCIISTRING", 12, false, 64},
-                {"DT_A_BITFIELD", 15, false, 5},     {"DT_UINT8_SIGNED", 5, false, 8},
-                {"DT_SIGNED_0", 1, true, 0},         {"DT_SIGNED_9", 2, true, 9},
-                {"DT_SIGNED_17", 3, true, 17},       {"DT_SIGNED_64", 4, true, 64},
-                {"DT_UNSIGNED_9", 6, false, 9},      {"DT_UNSIGNED_33", 8, false, 33},
-                {"DT_NO_ENCODING_16", 6, false, 16}, {"DT_IEEE_32", 10, true, 32},
-                {"DT_IEEE_64", 11, true, 64},        {"DT_BCD_8", 0, false, 8},
-                {"DT_PHYSICAL_FALLBACK", 3, true, 8}};
     EXPECT_EQ(db.codings.size(), 39u);
-    for (const auto& row : rows) {
-        const auto& r = entry(db.codings, row.id);
-        SCOPED_TRACE(row.id);
-        expectAll({EQ(r.dataType, row.dataType), EQ(r.isSigned, row.isSigned),
-                   EQ(r.bitLength, row.bitLength), EQ(r.category, "STANDARD-LENGTH-TYPE")});
-    }
-    expectAll({EQ(entry(db.codings, "DT_PHYSICAL_FALLBACK").baseDataType, "A_INT32"),
+    const auto t = [this](const char* id) { return codedType(entry(db.codings, id)); };
+    expectAll({EQ(t("DT_A_INT8"), "1 signed 8"), EQ(t("DT_A_UINT64"), "8 unsigned 64"),
+               EQ(t("DT_A_FLOAT32"), "10 unsigned 32"), EQ(t("DT_A_ASCIISTRING"), "12 unsigned 64"),
+               EQ(t("DT_A_BITFIELD"), "15 unsigned 5")});
+    expectAll({EQ(t("DT_UINT8_SIGNED"), "5 unsigned 8"), EQ(t("DT_SIGNED_0"), "1 signed 0"),
+               EQ(t("DT_SIGNED_9"), "2 signed 9"), EQ(t("DT_SIGNED_17"), "3 signed 17"),
+               EQ(t("DT_SIGNED_64"), "4 signed 64"), EQ(t("DT_UNSIGNED_9"), "6 unsigned 9")});
+    expectAll({EQ(t("DT_UNSIGNED_33"), "8 unsigned 33"),
+               EQ(t("DT_NO_ENCODING_16"), "6 unsigned 16"), EQ(t("DT_IEEE_32"), "10 signed 32"),
+               EQ(t("DT_IEEE_64"), "11 signed 64"), EQ(t("DT_BCD_8"), "0 unsigned 8"),
+               EQ(t("DT_PHYSICAL_FALLBACK"), "3 signed 8")});
+    expectAll({EQ(entry(db.codings, "DT_IEEE_64").category, "STANDARD-LENGTH-TYPE"),
+               EQ(entry(db.codings, "DT_PHYSICAL_FALLBACK").baseDataType, "A_INT32"),
                EQ(entry(db.codings, "DT_UINT8_SIGNED").encoding, "SIGNED")});
 }
 
@@ -105,17 +102,9 @@ TEST_F(FibexTest, FaultyCodingsAreKept) {
     const auto& e4 = entry(db.codings, "COD_E04");
     expectAll({EQ(e4.shortName, "NoCodedType"), EQ(e4.category, ""), EQ(e4.bitLength, 0),
                EQ(e4.dataType, 5), EQ(entry(db.codings, "COD_E06").dataType, 7)});
-    const struct {
-        const char* id;
-        bool isSigned;
-        int bitLength;
-    } invalid[] = {{"COD_E07", true, 16}, {"COD_E08", false, 65}, {"COD_E10", false, 8}};
-    for (const auto& row : invalid) {
-        const auto& r = entry(db.codings, row.id);
-        SCOPED_TRACE(row.id);
-        expectAll(
-            {EQ(r.dataType, 0), EQ(r.isSigned, row.isSigned), EQ(r.bitLength, row.bitLength)});
-    }
+    const auto t = [this](const char* id) { return codedType(entry(db.codings, id)); };
+    expectAll({EQ(t("COD_E07"), "0 signed 16"), EQ(t("COD_E08"), "0 unsigned 65"),
+               EQ(t("COD_E10"), "0 unsigned 8")});
     // A method without category is kept empty; a second rational method is read all the same.
     const auto& e12 = entry(db.codings, "COD_E12").compuMethods;
     expectAll({EQ(entry(db.codings, "COD_E11").compuMethods.at(0).category, ""),

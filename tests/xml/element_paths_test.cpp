@@ -84,67 +84,50 @@ constexpr Syntax Ar = Syntax::Autosar;
 // names match case and prefix exactly); a selector searches all descendants and ends the walk.
 // A failed search leaves the output alone.
 TEST_F(ElementPaths, FinderRows) {
-    const struct {
-        Syntax syntax;
-        const char* path;
-        int code;
-        const char* found;
-    } rows[] = {
-        {Fx, "fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/ho:SHORT-NAME", 0, "ho:SHORT-NAME=ChannelA"},
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_B]", 0, "CH_B=ChannelB"},  // first of the two
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_DEEP]", 0, "CH_DEEP=Deep"},
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_OTHER]", 0, "CH_OTHER=OtherList"},
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=a=b]", 0, "a=b=WithEquals"},  // value to the last ']'
-        {Fx, "fx:CHANNEL[ID=CH_A]/no/such/thing", 0, "CH_A=ChannelA"},
-        {Ar, "AR-PACKAGES/AR-PACKAGE[@UUID='p-2']/SHORT-NAME", 0, "p-2=Frames"},
-        {Ar, "AR-PACKAGES/FLEXRAY-FRAME[@UUID='f-9']", 0, "f-9=Frame9"},
-        {Fx, "fx:CHANNELS", 5, ""},  // a grandchild
-        {Fx, "fx:ELEMENTS/fx:CHANNELS/ho:SHORT-NAME", 5, ""},
-        {Fx, "fx:FIBEX", 5, ""},                                      // the root is no step
-        {Fx, "fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/fx:NESTED", 5, ""},  // first sibling only
-        {Fx, "", 4, ""},
-        {Fx, "fx:ELEMENTS/", 5, ""},
-        {Fx, "fx:elements", 5, ""},
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=ch_b]", 5, ""},
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[@ID='CH_B']", 5, ""},  // the other syntax's form
-        {Fx, "fx:ELEMENTS/fx:CHANNEL[ID=CH_A", 5, ""},      // no ']': a plain name
-        {Ar, "AR-PACKAGES/AR-PACKAGE[@UUID='p-3']", 5, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.path);
+    // "code found" of a search from the root.
+    const auto find = [this](const char* path, Syntax syntax = Fx) {
         Element out = doc.root();
-        EXPECT_EQ(findElement(doc.root(), row.path, out, row.syntax), row.code);
-        EXPECT_EQ(out == doc.root() ? "" : label(out), row.found);
-    }
+        const int code = findElement(doc.root(), path, out, syntax);
+        return std::to_string(code) + " " + (out == doc.root() ? "" : label(out));
+    };
+    expectAll(
+        {EQ(find("fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/ho:SHORT-NAME"), "0 ho:SHORT-NAME=ChannelA"),
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=CH_B]"), "0 CH_B=ChannelB"),  // first of the two
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=CH_DEEP]"), "0 CH_DEEP=Deep"),
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=CH_OTHER]"), "0 CH_OTHER=OtherList"),
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=a=b]"), "0 a=b=WithEquals"),  // value to the last ']'
+         EQ(find("fx:CHANNEL[ID=CH_A]/no/such/thing"), "0 CH_A=ChannelA"),
+         EQ(find("AR-PACKAGES/AR-PACKAGE[@UUID='p-2']/SHORT-NAME", Ar), "0 p-2=Frames"),
+         EQ(find("AR-PACKAGES/FLEXRAY-FRAME[@UUID='f-9']", Ar), "0 f-9=Frame9"),
+         EQ(find("fx:CHANNELS"), "5 "),  // a grandchild
+         EQ(find("fx:ELEMENTS/fx:CHANNELS/ho:SHORT-NAME"), "5 "),
+         EQ(find("fx:FIBEX"), "5 "),                                      // the root is no step
+         EQ(find("fx:ELEMENTS/fx:CHANNELS/fx:CHANNEL/fx:NESTED"), "5 "),  // first sibling only
+         EQ(find(""), "4 "), EQ(find("fx:ELEMENTS/"), "5 "), EQ(find("fx:elements"), "5 "),
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=ch_b]"), "5 "),
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[@ID='CH_B']"), "5 "),  // the other syntax's form
+         EQ(find("fx:ELEMENTS/fx:CHANNEL[ID=CH_A"), "5 "),      // no ']': a plain name
+         EQ(find("AR-PACKAGES/AR-PACKAGE[@UUID='p-3']", Ar), "5 ")});
 }
 
 // Every element named like the last name anywhere below the element the other names lead to
 // (children by first match), in document order, nested ones right after their parent.
 TEST_F(ElementPaths, ListerRows) {
-    const struct {
-        Syntax syntax;
-        const char* path;
-        int code;
-        const char* listed;
-    } rows[] = {
-        {Fx, "fx:ELEMENTS/fx:SIGNALS/fx:SIGNAL", 0, "S1 S2 S3 S4"},  // only the first list
-        {Fx, "fx:SIGNAL", 0, "S1 S2 S3 S4 S5"},
-        {Fx, "fx:ELEMENTS/fx:FRAMES/fx:FRAME", 0, ""},  // an empty list is no failure
-        {Fx, "fx:FIBEX", 0, ""},                        // the start is not its own descendant
-        {Ar, "AR-PACKAGES/I-SIGNAL", 0, "1 2"},
-        {Fx, "fx:ELEMENTS/fx:PDUS/fx:PDU", 5, ""},
-        {Fx, "fx:SIGNALS/fx:SIGNAL", 5, ""},
-        {Fx, "", 4, ""},
+    // "code: labels" of a listing from the root.
+    const auto list = [this](const char* path, Syntax syntax = Fx) {
+        std::vector<Element> found;
+        std::string listed = std::to_string(listElements(doc.root(), path, found, syntax)) + ":";
+        for (const Element& e : found)
+            listed += " " + label(e);
+        return listed;
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.path);
-        std::vector<Element> list;
-        EXPECT_EQ(listElements(doc.root(), row.path, list, row.syntax), row.code);
-        std::string listed;
-        for (const Element& e : list)
-            listed += (listed.empty() ? "" : " ") + label(e);
-        EXPECT_EQ(listed, row.listed);
-    }
+    expectAll({EQ(list("fx:ELEMENTS/fx:SIGNALS/fx:SIGNAL"), "0: S1 S2 S3 S4"),  // the first list
+               EQ(list("fx:SIGNAL"), "0: S1 S2 S3 S4 S5"),
+               EQ(list("fx:ELEMENTS/fx:FRAMES/fx:FRAME"), "0:"),  // an empty list is no failure
+               EQ(list("fx:FIBEX"), "0:"),  // the start is not its own descendant
+               EQ(list("AR-PACKAGES/I-SIGNAL", Ar), "0: 1 2"),
+               EQ(list("fx:ELEMENTS/fx:PDUS/fx:PDU"), "5:"), EQ(list("fx:SIGNALS/fx:SIGNAL"), "5:"),
+               EQ(list(""), "4:")});
 }
 
 // The typed readers: the fallback (or an untouched field and false) without an element; the
@@ -194,17 +177,15 @@ TEST_F(ElementPaths, TypedReaderRows) {
 // Descendants and CDATA concatenated, comments and processing instructions skipped, references
 // decoded, surrounding white space kept; trimSpaces removes blanks only.
 TEST(TextContent, WholeTextOfAnElement) {
-    const struct {
-        const char *xml, *text;
-    } rows[] = {{"<V>1<b>2<![CDATA[<3>&]]></b>4<c><d>5</d></c>6</V>", "12<3>&456"},
-                {"<V>a<!-- not text -->b<?pi not text?>c</V>", "abc"},
-                {"<V>&lt;&amp;&gt;&quot;&apos;&#65;&#x42;&#xE9;</V>", "<&>\"'AB\xC3\xA9"},
-                {"<V>  a\tb  </V>", "  a\tb  "}};
-    for (const auto& row : rows) {
+    const auto text = [](const char* xml) {
         Document doc;
-        ASSERT_EQ(doc.loadText(row.xml), 0) << row.xml;
-        EXPECT_EQ(textContent(doc.root()), row.text) << row.xml;
-    }
+        EXPECT_EQ(doc.loadText(xml), 0) << xml;
+        return textContent(doc.root());
+    };
+    expectAll({EQ(text("<V>1<b>2<![CDATA[<3>&]]></b>4<c><d>5</d></c>6</V>"), "12<3>&456"),
+               EQ(text("<V>a<!-- not text -->b<?pi not text?>c</V>"), "abc"),
+               EQ(text("<V>&lt;&amp;&gt;&quot;&apos;&#65;&#x42;&#xE9;</V>"), "<&>\"'AB\xC3\xA9"),
+               EQ(text("<V>  a\tb  </V>"), "  a\tb  ")});
     expectAll({EQ(textContent(Element()), ""), EQ(trimSpaces("  x y  "), "x y"),
                EQ(trimSpaces(" \t x \n "), "\t x \n"), EQ(trimSpaces("     "), "")});
 }

@@ -32,8 +32,8 @@ using Keys = std::vector<std::string>;
 using Lines = std::vector<std::string>;
 inline constexpr float kFltMax = std::numeric_limits<float>::max();
 
-inline std::string dataFile(const std::string& relative) {
-    return std::string(KELO_TEST_DATA_DIR) + "/" + relative;
+inline std::string dataFile(const std::string& name) {
+    return KELO_TEST_DATA_DIR "/" + name;
 }
 inline std::string fibexFile(const std::string& name) {
     return dataFile("fibex/" + name);
@@ -54,24 +54,15 @@ class ScratchDir {
   public:
     ScratchDir() {
         static std::atomic<int> counter{0};
-        static const unsigned token = std::random_device{}();
-        for (std::error_code ec;;) {
-            path_ = std::filesystem::temp_directory_path() /
-                    ("kelo-xml-" + std::to_string(token) + "-" + std::to_string(counter++));
-            if (std::filesystem::create_directory(path_, ec)) break;
-            if (ec) {
-                ADD_FAILURE() << "cannot create " << path_ << ": " << ec.message();
-                break;
-            }
-        }
+        path_ = std::filesystem::temp_directory_path() /
+                ("kelo-xml-" + std::to_string(std::random_device{}()) + "-" +
+                 std::to_string(counter++));
+        EXPECT_TRUE(std::filesystem::create_directory(path_)) << path_;
     }
     ~ScratchDir() {
         std::error_code ec;
         std::filesystem::remove_all(path_, ec);
     }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-
     std::string path() const { return path_.string(); }
     // Writes the bytes as they are and returns the file's path.
     std::string write(const std::string& name, const std::string& bytes) const {
@@ -117,10 +108,10 @@ struct Field {
 };
 // A row of a field table: EQ(r.maxDrift, 601u) compares the expression with its expected value.
 // The rows of one braced list are evaluated in order, so a row may read what the one before set.
-#define EQ(actual, expected)      \
-    ::kelo_test::Field {          \
-#actual, actual, expected \
-    }
+inline Field field(const char* what, Value actual, Value expected) {
+    return {what, std::move(actual), std::move(expected)};
+}
+#define EQ(actual, expected) ::kelo_test::field(#actual, actual, expected)
 inline void expectAll(std::initializer_list<Field> rows) {
     for (const Field& f : rows)
         EXPECT_EQ(f.actual, f.expected) << f.what;
@@ -163,6 +154,13 @@ class FibexTest : public ::testing::Test {
     BusDatabase db;
     FibexReader reader{db};
 };
+
+// A frame's schedule as "slot base/repetition channel mask", FIBEX and AUTOSAR alike.
+template <class Frame>
+std::string schedule(const Frame& f) {
+    return std::to_string(f.slotId) + " " + std::to_string(f.baseCycle) + "/" +
+           std::to_string(f.cycleRepetition) + " " + std::to_string(f.channelMask);
+}
 
 // The names of the AUTOSAR records a list of links points at ("<null>" for a null link).
 template <class Record>
