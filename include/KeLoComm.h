@@ -185,6 +185,15 @@ KELOCOMM_API const char* KeLo_DeviceStatusText(unsigned char status);
  * 17 no frame at that slot and cycle / unknown frame.
  * Name outputs are copied without a bound: give buffers of KFr_Fibex_GetMaxNameLength bytes. */
 KELOCOMM_API unsigned char KFr_Fibex_Open(const char* path);
+/* Opens with options. Flags 0 behave exactly like KFr_Fibex_Open / KFr_AutoSar_Open.
+ * KELO_DB_READ_ALL reads files the way authoring tools write them (see docs/databases.md,
+ * "Reading whole files"): every scheduled timing of a frame triggering enters the slot table;
+ * AUTOSAR elements are read from every package at every depth, references resolve by their full
+ * path, a compu-method without a known CATEGORY gets the one its scales imply; what still cannot
+ * be read is skipped instead of refusing the file. An unknown flag bit returns 5 and changes
+ * nothing. */
+#define KELO_DB_READ_ALL 0x1u
+KELOCOMM_API unsigned char KFr_Fibex_OpenEx(const char* path, unsigned int flags);
 KELOCOMM_API unsigned char KFr_Fibex_Close(void);
 KELOCOMM_API unsigned char KFr_Fibex_GetMaxNameLength(unsigned int* length);
 KELOCOMM_API unsigned char KFr_Fibex_GetFrameName(const unsigned char* rxHeader /* 28 */,
@@ -228,6 +237,7 @@ KELOCOMM_API unsigned char KFr_Fibex_Receive_Wrapper(signed char idx,
  * ECU or frame name for the list queries. Lists are ";"-separated names in a zero-filled buffer;
  * a list that fills every byte has no terminating NUL (see docs/api.md). */
 KELOCOMM_API unsigned char KFr_AutoSar_Open(const char* path);
+KELOCOMM_API unsigned char KFr_AutoSar_OpenEx(const char* path, unsigned int flags);
 KELOCOMM_API unsigned char KFr_AutoSar_Close(void);
 KELOCOMM_API unsigned char KFr_AutoSar_GetMaxNameLength(unsigned int* length);
 KELOCOMM_API unsigned char KFr_AutoSar_GetFrameName(const unsigned char* rxHeader /* 28 */,

@@ -36,7 +36,8 @@ struct tAutoSarCompuScale {
     float denominator = 1.0f;  // the denominator V (only 1 is supported)
     std::uint32_t lowerLimit = 0;
     std::uint32_t upperLimit = 0;
-    std::string text;  // COMPU-CONST/VT
+    std::string text;       // COMPU-CONST/VT
+    bool rational = false;  // the numerator has the two V of an offset and a factor
 };
 
 struct tAutoSarCompuMethodInfo {
@@ -200,6 +201,9 @@ struct tAutoSarFrameTriggering {
     std::uint16_t slotId = 0;
     std::uint8_t baseCycle = 0;
     std::uint8_t cycleRepetition = 0;  // 1 when the timing gives none
+    // Every absolutely scheduled timing of the triggering, in file order (the fields above are
+    // the first).
+    std::vector<xml::SlotTiming> timings;
     std::vector<tAutoSarPortInfo*> ports;
     std::vector<std::string> pduTriggeringKeys;
 };
@@ -285,6 +289,11 @@ class tAutoSarDatabase {
   public:
     // 0 release 4.1, 1 release 4.2, 255 not supported.
     std::uint32_t releaseCode = 0;
+    // Read with the read-all rules (docs/databases.md, "Reading whole files"); the codec then
+    // also scales SCALE_LINEAR methods.
+    bool readAll = false;
+    // What a read-all load skipped or read in its own way, one diagnostic line each.
+    std::vector<std::string> notes;
 
     tAutoSarMap<tAutoSarUnitInfo> units;
     tAutoSarMap<tAutoSarCompuMethodInfo> compuMethods;

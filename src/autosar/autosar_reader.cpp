@@ -59,12 +59,13 @@ void tAutoSarDatabase::Clear() {
     pduTriggerings.clear();
     signalTriggerings.clear();
     frameNamesBySlot.clear();
+    notes.clear();
 }
 
 // ---- loading ------------------------------------------------------------------------------------
 
-AutoSarReader::AutoSarReader(const std::string& name)
-    : database(std::make_unique<tAutoSarDatabase>()) {
+AutoSarReader::AutoSarReader(const std::string& name, bool readAllRules)
+    : database(std::make_unique<tAutoSarDatabase>()), readAll(readAllRules) {
     if (!name.empty()) loaded = LoadFile(name) == xml::kOk;
 }
 
@@ -87,6 +88,12 @@ void AutoSarReader::ForgetDocument() {
     packagesRead_ = false;
     namesBelow_.clear();
     nestedIn_.clear();
+    elementsNamed_.clear();
+    renamed_.clear();
+    for (KindIndex& kind : kinds_) {
+        kind.byPath.clear();
+        kind.byShortName.clear();
+    }
 }
 
 int AutoSarReader::LoadFile(const std::string& name) {
@@ -106,6 +113,28 @@ int AutoSarReader::LoadText(std::string_view content) {
 }
 
 int AutoSarReader::ReadDocument() {
+    database->readAll = readAll;
+    database->notes.clear();
+    if (const int code = CheckRelease()) return code;
+    if (readAll) IndexElements();
+
+    // A failing step ends the load (see xml::runStep).
+    using Step = int (AutoSarReader::*)();
+    static constexpr Step kSteps[] = {
+        &AutoSarReader::ParseUnits,          &AutoSarReader::ParseCompuMethods,
+        &AutoSarReader::ParsePorts,          &AutoSarReader::ParseSystemSignals,
+        &AutoSarReader::ParseSignalMappings, &AutoSarReader::ParseSignals,
+        &AutoSarReader::ParsePDUs,           &AutoSarReader::ParseFrames,
+        &AutoSarReader::ParseECUs,           &AutoSarReader::ParseClusters,
+    };
+    for (Step step : kSteps) {
+        const int code = xml::runStep([this, step] { return (this->*step)(); });
+        if (code != xml::kOk) return code;
+    }
+    return xml::kOk;
+}
+
+int AutoSarReader::CheckRelease() {
     // The schema file is the second blank-separated part of xsi:schemaLocation, e.g.
     // "http://autosar.org/schema/r4.0 AUTOSAR_4-2-2.xsd". Without a second part the release is
     // unknown.
@@ -122,25 +151,16 @@ int AutoSarReader::ReadDocument() {
         database->releaseCode = 0;
     } else if (hasSchema && schema.find("4-2-") != std::string::npos) {
         database->releaseCode = 1;
+    } else if (readAll && std::string_view(document.root().name()) == "AUTOSAR") {
+        // Other releases (4.0, 4.3 and later, the R-numbered ones) keep the elements read here.
+        database->releaseCode = 1;
+        Note(12, "LoadFile",
+             xml::formatMessage("Release of schema '%s' read as release 4.2", schema.c_str()));
     } else {
         database->releaseCode = 255;
         KELO_ERROR(11, "LoadFile", "Version '%s' of the Database file file is not supported!",
                    schema.c_str());
         return xml::kUnsupported;
-    }
-
-    // A failing step ends the load (see xml::runStep).
-    using Step = int (AutoSarReader::*)();
-    static constexpr Step kSteps[] = {
-        &AutoSarReader::ParseUnits,          &AutoSarReader::ParseCompuMethods,
-        &AutoSarReader::ParsePorts,          &AutoSarReader::ParseSystemSignals,
-        &AutoSarReader::ParseSignalMappings, &AutoSarReader::ParseSignals,
-        &AutoSarReader::ParsePDUs,           &AutoSarReader::ParseFrames,
-        &AutoSarReader::ParseECUs,           &AutoSarReader::ParseClusters,
-    };
-    for (Step step : kSteps) {
-        const int code = xml::runStep([this, step] { return (this->*step)(); });
-        if (code != xml::kOk) return code;
     }
     return xml::kOk;
 }
@@ -225,79 +245,120 @@ Element AutoSarReader::FirstNestedPackageWith(std::initializer_list<std::string_
 
 // ---- units, compu-methods, ports, system signals ---------------------------------------
 
+ElementList AutoSarReader::StepElements(const char* name) {
+    if (readAll) return elementsNamed_[name];
+    return FirstPackageWith(std::string("ELEMENTS/") + name);
+}
+
+bool AutoSarReader::StopsStep(const char* what, const char* operation) {
+    if (!readAll) return true;
+    Note(13, operation, xml::formatMessage("%s without SHORT-NAME skipped", what));
+    return false;
+}
+
 int AutoSarReader::ParseUnits() {
-    for (Element element : FirstPackageWith("ELEMENTS/UNIT")) {
-        tAutoSarUnitInfo unit;
-        if (!xml::readTextInto(element, "SHORT-NAME", unit.name, true)) return xml::kMissing;
-        xml::readTextInto(element, "DESC/L-2", unit.description, true);
-        if (!xml::readTextInto(element, "DISPLAY-NAME", unit.displayName, true))
-            KELO_ERROR(3, "ParseUnits",
-                       "AUTOSAR parse error: DISPLAY-NAME for unit item not found!");
-        const std::string key = unit.name;
-        database->units[key] = std::move(unit);
+    for (Element element : StepElements("UNIT")) {
+        if (!ReadUnit(element) && StopsStep("UNIT", "ParseUnits")) return xml::kMissing;
     }
     return xml::kOk;
+}
+
+bool AutoSarReader::ReadUnit(Element element) {
+    tAutoSarUnitInfo unit;
+    if (!xml::readTextInto(element, "SHORT-NAME", unit.name, true)) return false;
+    Rename(element, unit.name);
+    xml::readTextInto(element, "DESC/L-2", unit.description, true);
+    if (!xml::readTextInto(element, "DISPLAY-NAME", unit.displayName, true))
+        KELO_ERROR(3, "ParseUnits", "AUTOSAR parse error: DISPLAY-NAME for unit item not found!");
+    const std::string key = unit.name;
+    database->units[key] = std::move(unit);
+    return true;
 }
 
 int AutoSarReader::ParseCompuMethods() {
-    ElementList values;
-    for (Element element : FirstPackageWith("ELEMENTS/COMPU-METHOD")) {
-        tAutoSarCompuMethodInfo method;
-        if (!xml::readTextInto(element, "SHORT-NAME", method.name, true)) return xml::kMissing;
-        xml::readTextInto(element, "DESC/L-2", method.description, true);
-        if (!xml::readTextInto(element, "CATEGORY", method.category, true)) {
-            KELO_ERROR(4, "ParseCompuMethods",
-                       "AUTOSAR parse error: CATEGORY for compumethod item not found!");
-            return xml::kMissing;
-        }
-        method.unit = &database->units[LastSegment(xml::textAt(element, "UNIT-REF"), '/', 1)];
-        ElementList scales;
-        GetElements(element, "COMPU-INTERNAL-TO-PHYS/COMPU-SCALES/COMPU-SCALE", scales);
-        for (Element s : scales) {
-            tAutoSarCompuScale scale;
-            GetElements(s, "COMPU-RATIONAL-COEFFS/COMPU-NUMERATOR/V", values);
-            if (values.size() == 2) {
-                scale.offset = xml::toFloat(xml::textContent(values[0]));
-                scale.factor = xml::toFloat(xml::textContent(values[1]));
+    for (Element element : StepElements("COMPU-METHOD")) {
+        bool noCategory = false;
+        if (!ReadCompuMethod(element, noCategory)) {
+            if (noCategory) {
+                KELO_ERROR(4, "ParseCompuMethods",
+                           "AUTOSAR parse error: CATEGORY for compumethod item not found!");
+                return xml::kMissing;
             }
-            GetElements(s, "COMPU-RATIONAL-COEFFS/COMPU-DENOMINATOR/V", values);
-            if (values.size() == 1) {
-                scale.denominator = xml::toFloat(xml::textContent(values[0]));
-                if (scale.denominator != 1.0f)
-                    KELO_ERROR(5, "ParseCompuMethods",
-                               "Database file parse error: Denominator different from 1 is not "
-                               "supported!");
-            }
-            scale.lowerLimit = xml::readUnsigned(s, "LOWER-LIMIT", 0u);
-            scale.upperLimit = xml::readUnsigned(s, "UPPER-LIMIT", 0u);
-            xml::readTextInto(s, "COMPU-CONST/VT", scale.text, true);
-            method.scales.push_back(std::move(scale));
+            if (StopsStep("COMPU-METHOD", "ParseCompuMethods")) return xml::kMissing;
         }
-        const std::string key = method.name;
-        database->compuMethods[key] = std::move(method);
     }
     return xml::kOk;
 }
 
+bool AutoSarReader::ReadCompuMethod(Element element, bool& noCategory) {
+    tAutoSarCompuMethodInfo method;
+    if (!xml::readTextInto(element, "SHORT-NAME", method.name, true)) return false;
+    Rename(element, method.name);
+    xml::readTextInto(element, "DESC/L-2", method.description, true);
+    noCategory = !xml::readTextInto(element, "CATEGORY", method.category, true);
+    if (noCategory && !readAll) return false;
+    method.unit = &database->units[Key(Kind::Unit, xml::textAt(element, "UNIT-REF"))];
+    ElementList scales, values;
+    GetElements(element, "COMPU-INTERNAL-TO-PHYS/COMPU-SCALES/COMPU-SCALE", scales);
+    for (Element s : scales) {
+        tAutoSarCompuScale scale;
+        GetElements(s, "COMPU-RATIONAL-COEFFS/COMPU-NUMERATOR/V", values);
+        if (values.size() == 2) {
+            scale.offset = xml::toFloat(xml::textContent(values[0]));
+            scale.factor = xml::toFloat(xml::textContent(values[1]));
+            scale.rational = true;
+        }
+        GetElements(s, "COMPU-RATIONAL-COEFFS/COMPU-DENOMINATOR/V", values);
+        if (values.size() == 1) {
+            scale.denominator = xml::toFloat(xml::textContent(values[0]));
+            if (scale.denominator != 1.0f)
+                KELO_ERROR(5, "ParseCompuMethods",
+                           "Database file parse error: Denominator different from 1 is not "
+                           "supported!");
+        }
+        scale.lowerLimit = xml::readUnsigned(s, "LOWER-LIMIT", 0u);
+        scale.upperLimit = xml::readUnsigned(s, "UPPER-LIMIT", 0u);
+        xml::readTextInto(s, "COMPU-CONST/VT", scale.text, true);
+        method.scales.push_back(std::move(scale));
+    }
+    if (readAll) ImplyCategory(method, noCategory);
+    const std::string key = method.name;
+    database->compuMethods[key] = std::move(method);
+    return true;
+}
+
+bool AutoSarReader::ReadPort(Element element, bool provided) {
+    // Strict: P-ports are read with the receiver's com-spec path too, so they normally end with
+    // the compu-method stored under the empty name. Read-all reads a P-port's sender com-spec.
+    static constexpr std::string_view kRequired =
+        "REQUIRED-COM-SPECS/NONQUEUED-RECEIVER-COM-SPEC/NETWORK-REPRESENTATION/"
+        "SW-DATA-DEF-PROPS-VARIANTS/SW-DATA-DEF-PROPS-CONDITIONAL/COMPU-METHOD-REF";
+    static constexpr std::string_view kProvided =
+        "PROVIDED-COM-SPECS/NONQUEUED-SENDER-COM-SPEC/NETWORK-REPRESENTATION/"
+        "SW-DATA-DEF-PROPS-VARIANTS/SW-DATA-DEF-PROPS-CONDITIONAL/COMPU-METHOD-REF";
+    tAutoSarRPort port;
+    if (!xml::readTextInto(element, "SHORT-NAME", port.name, true)) return false;
+    Rename(element, port.name);
+    xml::readTextInto(element, "DESC/L-2", port.description, true);
+    port.compuMethod = &database->compuMethods[Key(
+        Kind::CompuMethod, xml::textAt(element, provided && readAll ? kProvided : kRequired))];
+    const std::string key = port.name;
+    database->ports[key] = std::move(port);
+    return true;
+}
+
 int AutoSarReader::ParsePorts() {
-    // P-ports are read with the receiver's com-spec path too, so they normally end with the
-    // compu-method stored under the empty name.
-    const auto readPorts = [this](const ElementList& list) {
+    const auto readPorts = [this](const ElementList& list, bool provided) {
         for (Element element : list) {
-            tAutoSarRPort port;
-            if (!xml::readTextInto(element, "SHORT-NAME", port.name, true)) return xml::kMissing;
-            xml::readTextInto(element, "DESC/L-2", port.description, true);
-            port.compuMethod = &database->compuMethods[LastSegment(
-                xml::textAt(
-                    element,
-                    "REQUIRED-COM-SPECS/NONQUEUED-RECEIVER-COM-SPEC/NETWORK-REPRESENTATION/"
-                    "SW-DATA-DEF-PROPS-VARIANTS/SW-DATA-DEF-PROPS-CONDITIONAL/COMPU-METHOD-REF"),
-                '/', 1)];
-            const std::string key = port.name;
-            database->ports[key] = std::move(port);
+            if (!ReadPort(element, provided) && StopsStep("PORT-PROTOTYPE", "ParsePorts"))
+                return xml::kMissing;
         }
         return xml::kOk;
     };
+    if (readAll) {
+        readPorts(elementsNamed_["R-PORT-PROTOTYPE"], false);
+        return readPorts(elementsNamed_["P-PORT-PROTOTYPE"], true);
+    }
     ElementList list;
     for (Element package : Packages()) {
         Element portsElement;
@@ -305,38 +366,52 @@ int AutoSarReader::ParsePorts() {
             xml::kOk)
             continue;
         GetElements(portsElement, "R-PORT-PROTOTYPE", list);
-        if (!list.empty()) return readPorts(list);
+        if (!list.empty()) return readPorts(list, false);
         GetElements(portsElement, "P-PORT-PROTOTYPE", list);
-        if (!list.empty()) return readPorts(list);
+        if (!list.empty()) return readPorts(list, true);
     }
     return xml::kOk;
 }
 
 int AutoSarReader::ParseSystemSignals() {
-    for (Element element : FirstPackageWith("ELEMENTS/SYSTEM-SIGNAL")) {
-        tAutoSarSystemSignal signal;
-        if (!xml::readTextInto(element, "SHORT-NAME", signal.name, true)) return xml::kMissing;
-        xml::readTextInto(element, "DESC/L-2", signal.description, true);
-        const std::string key = signal.name;
-        database->systemSignals[key] = std::move(signal);
+    for (Element element : StepElements("SYSTEM-SIGNAL")) {
+        if (!ReadSystemSignal(element) && StopsStep("SYSTEM-SIGNAL", "ParseSystemSignals"))
+            return xml::kMissing;
     }
     return xml::kOk;
+}
+
+bool AutoSarReader::ReadSystemSignal(Element element) {
+    tAutoSarSystemSignal signal;
+    if (!xml::readTextInto(element, "SHORT-NAME", signal.name, true)) return false;
+    Rename(element, signal.name);
+    xml::readTextInto(element, "DESC/L-2", signal.description, true);
+    const std::string key = signal.name;
+    database->systemSignals[key] = std::move(signal);
+    return true;
 }
 
 int AutoSarReader::ParseSignalMappings() {
     static constexpr std::string_view kMappings =
         "ELEMENTS/SYSTEM/MAPPINGS/SYSTEM-MAPPING/DATA-MAPPINGS/SENDER-RECEIVER-TO-SIGNAL-MAPPING";
-    const Element package = FirstNestedPackageWith({kMappings}, 0);
-    if (!package) return xml::kOk;
     ElementList mappings;
-    GetElements(package, kMappings, mappings);
-    for (Element mapping : mappings) {
-        const std::string port =
-            LastSegment(xml::textAt(mapping, "DATA-ELEMENT-IREF/CONTEXT-PORT-REF"), '/', 1);
-        const std::string signal = LastSegment(xml::textAt(mapping, "SYSTEM-SIGNAL-REF"), '/', 1);
-        database->systemSignals[signal].port = &database->ports[port];
+    if (readAll) {
+        mappings = elementsNamed_["SENDER-RECEIVER-TO-SIGNAL-MAPPING"];
+    } else {
+        const Element package = FirstNestedPackageWith({kMappings}, 0);
+        if (!package) return xml::kOk;
+        GetElements(package, kMappings, mappings);
     }
+    for (Element mapping : mappings)
+        ReadMapping(mapping);
     return xml::kOk;
+}
+
+void AutoSarReader::ReadMapping(Element mapping) {
+    const std::string port =
+        Key(Kind::Port, xml::textAt(mapping, "DATA-ELEMENT-IREF/CONTEXT-PORT-REF"));
+    const std::string signal = Key(Kind::SystemSignal, xml::textAt(mapping, "SYSTEM-SIGNAL-REF"));
+    database->systemSignals[signal].port = &database->ports[port];
 }
 
 // ---- I-signals ----------------------------------------------------------------------------------
@@ -352,11 +427,15 @@ void AutoSarReader::ReadBaseTypes() {
 }
 
 int AutoSarReader::ParseSignals() {
-    const Element package = FirstNestedPackageWith({"ELEMENTS/I-SIGNAL"}, 5);
-    if (!package) return xml::kOk;
-    ReadBaseTypes();
     ElementList signals;
-    GetElements(package, "ELEMENTS/I-SIGNAL", signals);
+    if (readAll) {
+        signals = elementsNamed_["I-SIGNAL"];
+    } else {
+        const Element package = FirstNestedPackageWith({"ELEMENTS/I-SIGNAL"}, 5);
+        if (!package) return xml::kOk;
+        GetElements(package, "ELEMENTS/I-SIGNAL", signals);
+    }
+    ReadBaseTypes();
     for (Element element : signals)
         ReadSignal(element);
     return xml::kOk;
@@ -368,8 +447,10 @@ void AutoSarReader::ReadSignal(Element element) {
     tAutoSarSignalInfo signal;
     if (!xml::readTextInto(element, "SHORT-NAME", signal.name, true)) {
         KELO_ERROR(6, "ParseSignals", "%s", kNoShortName);
+        if (readAll) StopsStep("I-SIGNAL", "ParseSignals");
         return;
     }
+    Rename(element, signal.name);
     xml::readTextInto(element, "DESC/L-2", signal.description, true);
     const std::string policy = xml::textAt(element, "DATA-TYPE-POLICY");
     signal.initValue =
@@ -379,12 +460,13 @@ void AutoSarReader::ReadSignal(Element element) {
         signal.compuMethod = nullptr;
     } else if (policy == "NETWORK-REPRESENTATION-FROM-COM-SPEC") {
         const tAutoSarSystemSignal& system =
-            database->systemSignals[LastSegment(xml::textAt(element, "SYSTEM-SIGNAL-REF"), '/', 1)];
+            database
+                ->systemSignals[Key(Kind::SystemSignal, xml::textAt(element, "SYSTEM-SIGNAL-REF"))];
         signal.compuMethod = system.port ? system.port->compuMethod : nullptr;
     } else {
         std::string reference;
         if (xml::readTextInto(element, std::string(kProps) + "COMPU-METHOD-REF", reference, true))
-            signal.compuMethod = &database->compuMethods[LastSegment(reference, '/', 1)];
+            signal.compuMethod = &database->compuMethods[Key(Kind::CompuMethod, reference)];
     }
     const std::string baseType =
         LastSegment(xml::textAt(element, std::string(kProps) + "BASE-TYPE-REF"), '/', 1);
@@ -397,18 +479,25 @@ void AutoSarReader::ReadSignal(Element element) {
 // ---- PDUs ---------------------------------------------------------------------------------------
 
 int AutoSarReader::ParsePDUs() {
-    const Element package =
-        FirstNestedPackageWith({"ELEMENTS/I-SIGNAL-I-PDU", "ELEMENTS/N-PDU", "ELEMENTS/NM-PDU"}, 5);
-    if (!package) return xml::kOk;
-    ElementList list;
-    GetElements(package, "ELEMENTS/I-SIGNAL-I-PDU", list);
-    for (Element element : list)
+    Element package;
+    if (!readAll) {
+        package = FirstNestedPackageWith(
+            {"ELEMENTS/I-SIGNAL-I-PDU", "ELEMENTS/N-PDU", "ELEMENTS/NM-PDU"}, 5);
+        if (!package) return xml::kOk;
+    }
+    const auto kindList = [&](const char* name) {
+        ElementList list;
+        if (readAll)
+            list = elementsNamed_[name];
+        else
+            GetElements(package, std::string("ELEMENTS/") + name, list);
+        return list;
+    };
+    for (Element element : kindList("I-SIGNAL-I-PDU"))
         ReadISignalIPdu(element);
-    GetElements(package, "ELEMENTS/N-PDU", list);
-    for (Element element : list)
+    for (Element element : kindList("N-PDU"))
         ReadOtherPdu(element, kNPdu);
-    GetElements(package, "ELEMENTS/NM-PDU", list);
-    for (Element element : list)
+    for (Element element : kindList("NM-PDU"))
         ReadOtherPdu(element, kNmPdu);
     return xml::kOk;
 }
@@ -418,8 +507,10 @@ void AutoSarReader::ReadISignalIPdu(Element element) {
     pdu.type = kISignalIPdu;
     if (!xml::readTextInto(element, "SHORT-NAME", pdu.name, true)) {
         KELO_ERROR(7, "ParsePDUs", "%s", kNoShortName);
+        if (readAll) StopsStep("I-SIGNAL-I-PDU", "ParsePDUs");
         return;
     }
+    Rename(element, pdu.name);
     xml::readTextInto(element, "DESC/L-2", pdu.description, true);
     pdu.length = static_cast<std::uint16_t>(xml::readUnsigned(element, "LENGTH", 0u));
     Element timing;
@@ -435,7 +526,7 @@ void AutoSarReader::ReadISignalIPdu(Element element) {
     GetElements(element, "I-SIGNAL-TO-PDU-MAPPINGS/I-SIGNAL-TO-I-PDU-MAPPING", mappings);
     for (Element mapping : mappings) {
         tAutoSarSignalInfo& signal =
-            database->signals[LastSegment(xml::textAt(mapping, "I-SIGNAL-REF"), '/', 1)];
+            database->signals[Key(Kind::Signal, xml::textAt(mapping, "I-SIGNAL-REF"))];
         signal.pduName = pdu.name;
         signal.byteOrder =
             xml::textAt(mapping, "PACKING-BYTE-ORDER") == "MOST-SIGNIFICANT-BYTE-FIRST";
@@ -475,8 +566,10 @@ void AutoSarReader::ReadOtherPdu(Element element, std::uint16_t type) {
         } else {
             KELO_ERROR(9, "ParsePDUs", "%s", kNoShortName);
         }
+        if (readAll) StopsStep(type == kNPdu ? "N-PDU" : "NM-PDU", "ParsePDUs");
         return;
     }
+    Rename(element, pdu.name);
     xml::readTextInto(element, "DESC/L-2", pdu.description, true);
     pdu.length = static_cast<std::uint16_t>(xml::readUnsigned(element, "LENGTH", 0u));
     const std::string key = pdu.name;
@@ -486,10 +579,14 @@ void AutoSarReader::ReadOtherPdu(Element element, std::uint16_t type) {
 // ---- frames -------------------------------------------------------------------------------------
 
 int AutoSarReader::ParseFrames() {
-    const Element package = FirstNestedPackageWith({"ELEMENTS/FLEXRAY-FRAME"}, 5);
-    if (!package) return xml::kOk;
     ElementList frames;
-    GetElements(package, "ELEMENTS/FLEXRAY-FRAME", frames);
+    if (readAll) {
+        frames = elementsNamed_["FLEXRAY-FRAME"];
+    } else {
+        const Element package = FirstNestedPackageWith({"ELEMENTS/FLEXRAY-FRAME"}, 5);
+        if (!package) return xml::kOk;
+        GetElements(package, "ELEMENTS/FLEXRAY-FRAME", frames);
+    }
     for (Element element : frames)
         ReadFrame(element);
     return xml::kOk;
@@ -499,14 +596,16 @@ void AutoSarReader::ReadFrame(Element element) {
     tAutoSarFrameInfo frame;
     if (!xml::readTextInto(element, "SHORT-NAME", frame.name, true)) {
         KELO_ERROR(10, "ParseFrames", "%s", kNoShortName);
+        if (readAll) StopsStep("FLEXRAY-FRAME", "ParseFrames");
         return;
     }
+    Rename(element, frame.name);
     xml::readTextInto(element, "DESC/L-2", frame.description, true);
     frame.frameLength = static_cast<std::uint16_t>(xml::readUnsigned(element, "FRAME-LENGTH", 0u));
     ElementList mappings;
     GetElements(element, "PDU-TO-FRAME-MAPPINGS/PDU-TO-FRAME-MAPPING", mappings);
     for (Element mapping : mappings) {
-        tAutoSarPDUInfo& pdu = database->pdus[LastSegment(xml::textAt(mapping, "PDU-REF"), '/', 1)];
+        tAutoSarPDUInfo& pdu = database->pdus[Key(Kind::Pdu, xml::textAt(mapping, "PDU-REF"))];
         pdu.frameName = frame.name;
         pdu.frameByteOrder =
             xml::textAt(mapping, "PACKING-BYTE-ORDER") == "MOST-SIGNIFICANT-BYTE-FIRST";

@@ -40,13 +40,44 @@ inline std::uint8_t toByte(std::uint32_t value) {
     return static_cast<std::uint8_t>(std::min<std::uint32_t>(value, 255u));
 }
 
+// One FLEXRAY-ABSOLUTELY-SCHEDULED-TIMING. The cycle is written either flat (BASE-CYCLE,
+// CYCLE-REPETITION), nested as COMMUNICATION-CYCLE/CYCLE-REPETITION/{BASE-CYCLE,
+// CYCLE-REPETITION}, or as a single cycle COMMUNICATION-CYCLE/CYCLE-COUNTER/CYCLE-COUNTER
+// (repetition 64). Without a repetition it is 1.
+xml::SlotTiming readTiming(Element timing) {
+    xml::SlotTiming result;
+    result.slot = static_cast<std::uint16_t>(xml::readUnsigned(timing, "SLOT-ID", 0u));
+    result.repetition = 1;
+    Element cycle = xml::firstChild(timing, "COMMUNICATION-CYCLE");
+    if (!cycle) cycle = timing;
+    Element holder = cycle;
+    Element repetition = xml::firstChild(cycle, "CYCLE-REPETITION");
+    if (repetition && xml::firstChild(repetition, "CYCLE-REPETITION")) {
+        holder = repetition;
+        repetition = xml::firstChild(repetition, "CYCLE-REPETITION");
+    }
+    Element counter = xml::firstChild(cycle, "CYCLE-COUNTER");
+    if (repetition) {
+        result.baseCycle = toByte(xml::readUnsigned(holder, "BASE-CYCLE", 0u));
+        result.repetition = toByte(cycleRepetitionValue(xml::textContent(repetition)));
+    } else if (counter) {
+        if (Element inner = xml::firstChild(counter, "CYCLE-COUNTER")) counter = inner;
+        result.baseCycle = toByte(xml::toUnsigned(xml::textContent(counter)));
+        result.repetition = 64;
+    } else {
+        result.baseCycle = toByte(xml::readUnsigned(holder, "BASE-CYCLE", 0u));
+    }
+    return result;
+}
+
 }  // namespace
 
 // ---- ECUs ---------------------------------------------------------------------------------------
 
 int AutoSarReader::ParseECUs() {
-    for (Element element : FirstPackageWith("ELEMENTS/ECU-INSTANCE")) {
-        if (const int code = ReadEcu(element)) return code;
+    for (Element element : StepElements("ECU-INSTANCE")) {
+        if (ReadEcu(element) != xml::kOk && StopsStep("ECU-INSTANCE", "ParseECUs"))
+            return xml::kMissing;
     }
     return xml::kOk;
 }
@@ -54,6 +85,7 @@ int AutoSarReader::ParseECUs() {
 int AutoSarReader::ReadEcu(Element element) {
     tAutoSarECUInfo ecu;
     if (!xml::readTextInto(element, "SHORT-NAME", ecu.name, true)) return xml::kMissing;
+    Rename(element, ecu.name);
     xml::readTextInto(element, "DESC/L-2", ecu.description, true);
     tAutoSarDatabase& db = *database;
 
@@ -120,7 +152,7 @@ int AutoSarReader::ReadEcu(Element element) {
         connector.ecuName = ecu.name;
         xml::readTextInto(c, "DESC/L-2", connector.description, true);
         connector.controller =
-            &db.controllers[LastSegment(xml::textAt(c, "COMM-CONTROLLER-REF"), '/', 2)];
+            &db.controllers[Key(Kind::Ecu, xml::textAt(c, "COMM-CONTROLLER-REF"), 2)];
         connector.wakeUpChannel = xml::readBool(c, "WAKE-UP-CHANNEL", false);
         Element instances;
         if (GetElement(c, "ECU-COMM-PORT-INSTANCES", instances) == xml::kOk) {
@@ -162,8 +194,9 @@ int AutoSarReader::ReadEcu(Element element) {
 // ---- clusters -----------------------------------------------------------------------------------
 
 int AutoSarReader::ParseClusters() {
-    for (Element element : FirstPackageWith("ELEMENTS/FLEXRAY-CLUSTER")) {
-        if (const int code = ReadCluster(element)) return code;
+    for (Element element : StepElements("FLEXRAY-CLUSTER")) {
+        if (ReadCluster(element) != xml::kOk && StopsStep("FLEXRAY-CLUSTER", "ParseClusters"))
+            return xml::kMissing;
     }
     return xml::kOk;
 }
@@ -171,6 +204,7 @@ int AutoSarReader::ParseClusters() {
 int AutoSarReader::ReadCluster(Element element) {
     tAutoSarClusterConfig cluster;
     if (!xml::readTextInto(element, "SHORT-NAME", cluster.name, true)) return xml::kMissing;
+    Rename(element, cluster.name);
     xml::readTextInto(element, "DESC/L-2", cluster.description, true);
     Element p;
     if (GetElement(element, "FLEXRAY-CLUSTER-VARIANTS/FLEXRAY-CLUSTER-CONDITIONAL", p) ==
@@ -247,14 +281,14 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
         GetElements(item, path, refs);
         for (Element ref : refs)
             ports.push_back(
-                &db.ecuPorts[LastSegment(xml::trimSpaces(xml::textContent(ref)), '/', 3)]);
+                &db.ecuPorts[Key(Kind::Ecu, xml::trimSpaces(xml::textContent(ref)), 3)]);
         return ports;
     };
     const auto keysOf = [&](Element item, std::string_view path) {
         std::vector<std::string> keys;
         GetElements(item, path, refs);
         for (Element ref : refs)
-            keys.push_back(LastSegment(xml::trimSpaces(xml::textContent(ref)), '/', 3));
+            keys.push_back(Key(Kind::Cluster, xml::trimSpaces(xml::textContent(ref)), 3));
         return keys;
     };
 
@@ -262,7 +296,7 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
     GetElements(element, "COMM-CONNECTORS/COMMUNICATION-CONNECTOR-REF", refs);
     for (Element ref : refs) {
         tAutoSarConnector& connector =
-            db.connectors[LastSegment(xml::trimSpaces(xml::textContent(ref)), '/', 2)];
+            db.connectors[Key(Kind::Ecu, xml::trimSpaces(xml::textContent(ref)), 2)];
         appendOnce(channel.connectors, &connector);
         appendOnce(connector.channelKeys, channelKey);
         connector.channelMask |= channel.channelMask;
@@ -280,39 +314,20 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
         triggering.key = channelKey + "/" + triggering.name;
         triggering.channelKey = channelKey;
         triggering.channelMask = channel.channelMask;
-        triggering.frame = &db.frames[LastSegment(xml::textAt(t, "FRAME-REF"), '/', 1)];
+        triggering.frame = &db.frames[Key(Kind::Frame, xml::textAt(t, "FRAME-REF"))];
         triggering.ports = portsOf(t, "FRAME-PORT-REFS/FRAME-PORT-REF");
         triggering.pduTriggeringKeys =
             keysOf(t, "PDU-TRIGGERINGS/PDU-TRIGGERING-REF-CONDITIONAL/PDU-TRIGGERING-REF");
         triggering.cycleRepetition = 1;
-        Element timing;
-        if (GetElement(t, "ABSOLUTELY-SCHEDULED-TIMINGS/FLEXRAY-ABSOLUTELY-SCHEDULED-TIMING",
-                       timing) == xml::kOk) {
-            triggering.slotId =
-                static_cast<std::uint16_t>(xml::readUnsigned(timing, "SLOT-ID", 0u));
-            // The cycle is written either flat (BASE-CYCLE, CYCLE-REPETITION), nested as
-            // COMMUNICATION-CYCLE/CYCLE-REPETITION/{BASE-CYCLE, CYCLE-REPETITION}, or as a single
-            // cycle COMMUNICATION-CYCLE/CYCLE-COUNTER/CYCLE-COUNTER.
-            Element cycle = xml::firstChild(timing, "COMMUNICATION-CYCLE");
-            if (!cycle) cycle = timing;
-            Element holder = cycle;
-            Element repetition = xml::firstChild(cycle, "CYCLE-REPETITION");
-            if (repetition && xml::firstChild(repetition, "CYCLE-REPETITION")) {
-                holder = repetition;
-                repetition = xml::firstChild(repetition, "CYCLE-REPETITION");
-            }
-            Element counter = xml::firstChild(cycle, "CYCLE-COUNTER");
-            if (repetition) {
-                triggering.baseCycle = toByte(xml::readUnsigned(holder, "BASE-CYCLE", 0u));
-                triggering.cycleRepetition =
-                    toByte(cycleRepetitionValue(xml::textContent(repetition)));
-            } else if (counter) {
-                if (Element inner = xml::firstChild(counter, "CYCLE-COUNTER")) counter = inner;
-                triggering.baseCycle = toByte(xml::toUnsigned(xml::textContent(counter)));
-                triggering.cycleRepetition = 64;
-            } else {
-                triggering.baseCycle = toByte(xml::readUnsigned(holder, "BASE-CYCLE", 0u));
-            }
+        if (Element timings = xml::firstChild(t, "ABSOLUTELY-SCHEDULED-TIMINGS")) {
+            for (Element timing = xml::firstChild(timings, "FLEXRAY-ABSOLUTELY-SCHEDULED-TIMING");
+                 timing; timing = timing.next_sibling("FLEXRAY-ABSOLUTELY-SCHEDULED-TIMING"))
+                triggering.timings.push_back(readTiming(timing));
+        }
+        if (!triggering.timings.empty()) {
+            triggering.slotId = triggering.timings[0].slot;
+            triggering.baseCycle = triggering.timings[0].baseCycle;
+            triggering.cycleRepetition = triggering.timings[0].repetition;
         }
         const std::string key = triggering.key;
         tAutoSarFrameTriggering& stored = db.frameTriggerings[key];
@@ -328,8 +343,15 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
         frame.channelMask |= stored.channelMask;
         if (frame.clusterName.empty()) frame.clusterName = cluster.name;
         if (!frame.name.empty()) insertSorted(cluster.frameNames, frame.name);
-        xml::enterFrameName(db.frameNamesBySlot, stored.slotId, stored.baseCycle,
-                            stored.cycleRepetition, frame.name);
+        // Strict: the first timing of each triggering enters the slot table; read-all: every one.
+        if (readAll) {
+            for (const xml::SlotTiming& timing : stored.timings)
+                xml::enterFrameName(db.frameNamesBySlot, timing.slot, timing.baseCycle,
+                                    timing.repetition, frame.name);
+        } else {
+            xml::enterFrameName(db.frameNamesBySlot, stored.slotId, stored.baseCycle,
+                                stored.cycleRepetition, frame.name);
+        }
         for (const tAutoSarPortInfo* port : stored.ports) {
             if (port->ecuName.empty() || frame.name.empty()) continue;
             const auto ecu = db.ecus.find(port->ecuName);
@@ -349,7 +371,7 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
         if (!xml::readTextInto(t, "SHORT-NAME", triggering.name, true)) continue;
         triggering.key = channelKey + "/" + triggering.name;
         triggering.channelKey = channelKey;
-        triggering.pdu = &db.pdus[LastSegment(xml::textAt(t, "I-PDU-REF"), '/', 1)];
+        triggering.pdu = &db.pdus[Key(Kind::Pdu, xml::textAt(t, "I-PDU-REF"))];
         triggering.ports = portsOf(t, "I-PDU-PORT-REFS/I-PDU-PORT-REF");
         triggering.signalTriggeringKeys = keysOf(
             t, "I-SIGNAL-TRIGGERINGS/I-SIGNAL-TRIGGERING-REF-CONDITIONAL/I-SIGNAL-TRIGGERING-REF");
@@ -365,7 +387,7 @@ void AutoSarReader::ReadChannel(Element element, tAutoSarClusterConfig& cluster)
         if (!xml::readTextInto(t, "SHORT-NAME", triggering.name, true)) continue;
         triggering.key = channelKey + "/" + triggering.name;
         triggering.channelKey = channelKey;
-        triggering.signal = &db.signals[LastSegment(xml::textAt(t, "I-SIGNAL-REF"), '/', 1)];
+        triggering.signal = &db.signals[Key(Kind::Signal, xml::textAt(t, "I-SIGNAL-REF"))];
         triggering.ports = portsOf(t, "I-SIGNAL-PORT-REFS/I-SIGNAL-PORT-REF");
         const std::string key = triggering.key;
         tAutoSarSignalTriggering& stored = db.signalTriggerings[key];

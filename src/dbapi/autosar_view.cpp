@@ -39,8 +39,9 @@ AutosarView::Names keysOf(const Map& map) {
 
 }  // namespace
 
-std::unique_ptr<AutosarView::Handle> AutosarView::read(const char* path, bool& loaded) {
-    auto reader = std::make_unique<autosar::AutoSarReader>(std::string(path));
+std::unique_ptr<AutosarView::Handle> AutosarView::read(const char* path, bool readAll,
+                                                       bool& loaded) {
+    auto reader = std::make_unique<autosar::AutoSarReader>(std::string(path), readAll);
     loaded = reader->IsLoaded();
     return reader;
 }

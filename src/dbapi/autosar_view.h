@@ -29,8 +29,8 @@ struct AutosarView {
     using Names = std::vector<const std::string*>;
 
     static Handle*& handle() { return AutosarDb; }
-    // Reads the file; `loaded` tells whether it is usable.
-    static std::unique_ptr<Handle> read(const char* path, bool& loaded);
+    // Reads the file (with the read-all rules when asked); `loaded` tells whether it is usable.
+    static std::unique_ptr<Handle> read(const char* path, bool readAll, bool& loaded);
     // The database of a loaded AUTOSAR file; null otherwise. Call with DatabaseLock held.
     static const Database* usable() {
         return AutosarDb != nullptr && AutosarDb->IsLoaded() ? &AutosarDb->Database() : nullptr;
@@ -63,7 +63,9 @@ struct AutosarView {
     }
     // The scale is the compu-method's first COMPU-SCALE (offset V0, factor V1, both divided by
     // the denominator when it is neither 0 nor 1). An IDENTICAL method carries no scale in
-    // AUTOSAR files; it reads as factor 1, offset 0.
+    // AUTOSAR files; it reads as factor 1, offset 0. A database read with the read-all rules
+    // also scales SCALE_LINEAR and SCALE_LINEAR_AND_TEXTTABLE methods, and takes the first scale
+    // with an offset and a factor (text entries come first in many files).
     static SignalCoding codingOf(const Database& db, const Signal& s, bool msbFirst) {
         SignalCoding c;
         c.bitPosition = positionOf(db, s);
@@ -71,10 +73,22 @@ struct AutosarView {
         c.msbFirst = msbFirst;
         c.isSigned = s.isSigned;
         if (const autosar::tAutoSarCompuMethodInfo* method = s.compuMethod) {
-            if (method->category == "LINEAR" || method->category == "IDENTICAL") {
+            const std::string& category = method->category;
+            if (category == "LINEAR" || category == "IDENTICAL" ||
+                (db.readAll &&
+                 (category == "SCALE_LINEAR" || category == "SCALE_LINEAR_AND_TEXTTABLE"))) {
                 c.scaling = Scaling::Linear;
                 if (!method->scales.empty()) {
-                    const autosar::tAutoSarCompuScale& scale = method->scales.front();
+                    const autosar::tAutoSarCompuScale* first = &method->scales.front();
+                    if (db.readAll) {
+                        for (const autosar::tAutoSarCompuScale& candidate : method->scales) {
+                            if (candidate.rational) {
+                                first = &candidate;
+                                break;
+                            }
+                        }
+                    }
+                    const autosar::tAutoSarCompuScale& scale = *first;
                     const float d = (scale.denominator != 0.0f && scale.denominator != 1.0f)
                                         ? scale.denominator
                                         : 1.0f;

@@ -107,13 +107,16 @@ unsigned char withDatabase(Query&& query) {
 
 // Checks the path, reads the file and puts the database into the handle (none when it did not
 // load), deleting the one it replaces; a successful load empties the frame maps. kNotAFile
-// leaves the loaded database.
+// leaves the loaded database. Flags: 0 or KELO_DB_READ_ALL; any other bit is kBadArgument
+// before anything else happens.
 template <typename View>
-unsigned char openDatabase(const char* path) {
+unsigned char openDatabase(const char* path, unsigned int flags = 0) {
     return guardedStatus([&]() -> unsigned char {
+        if ((flags & ~KELO_DB_READ_ALL) != 0) return kBadArgument;
         if (!isExistingFile(path)) return kNotAFile;
         bool loaded = false;
-        std::unique_ptr<typename View::Handle> fresh = View::read(path, loaded);
+        std::unique_ptr<typename View::Handle> fresh =
+            View::read(path, (flags & KELO_DB_READ_ALL) != 0, loaded);
         {
             std::unique_lock<std::shared_mutex> lock(DatabaseLock);
             delete View::handle();

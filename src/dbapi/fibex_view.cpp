@@ -11,9 +11,11 @@
 namespace kelo {
 namespace dbapi {
 
-std::unique_ptr<FibexView::Handle> FibexView::read(const char* path, bool& loaded) {
+std::unique_ptr<FibexView::Handle> FibexView::read(const char* path, bool readAll, bool& loaded) {
     auto db = std::make_unique<fibex::BusDatabase>();
-    fibex::FibexReader(*db).ReadFIBEXData(path);
+    fibex::FibexReader reader(*db);
+    reader.readAll = readAll;
+    reader.ReadFIBEXData(path);
     loaded = db->loaded;
     return db;
 }

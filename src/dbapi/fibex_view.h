@@ -27,7 +27,7 @@ struct FibexView {
 
     static Handle*& handle() { return FibexDb; }
     // Reads the file into a fresh database; `loaded` tells whether it is usable.
-    static std::unique_ptr<Handle> read(const char* path, bool& loaded);
+    static std::unique_ptr<Handle> read(const char* path, bool readAll, bool& loaded);
     static const Database* usable() { return usableFibex(); }
     // Frame name -> transmit buffer; emptied by every successful open of either format.
     static std::map<std::string, std::uint8_t>& bufferMap() { return FrameBufferIndexMap; }

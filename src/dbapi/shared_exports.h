@@ -1,8 +1,9 @@
 // The database exports both formats have, defined once: KELO_DATABASE_EXPORTS(Fibex, FibexView)
-// defines KFr_Fibex_Open, _Close, _GetMaxNameLength, _GetFrameName, _GetFrameName_BySignalName,
-// _decodeSignal, _encodeSignal, _GetSlotParameter, _GetParameter, _Set_Slot_Parameter_Wrapper,
-// _Transmit_Wrapper and _Receive_Wrapper as one call each into the shared step (export_steps.h)
-// over the format's view. Used inside extern "C" in each format's export file.
+// defines KFr_Fibex_Open, _OpenEx, _Close, _GetMaxNameLength, _GetFrameName,
+// _GetFrameName_BySignalName, _decodeSignal, _encodeSignal, _GetSlotParameter, _GetParameter,
+// _Set_Slot_Parameter_Wrapper, _Transmit_Wrapper and _Receive_Wrapper as one call each into the
+// shared step (export_steps.h) over the format's view. Used inside extern "C" in each format's
+// export file.
 #pragma once
 
 #include "KeLoComm.h"
@@ -11,6 +12,9 @@
 #define KELO_DATABASE_EXPORTS(Prefix, View)                                                        \
     KELOCOMM_API unsigned char KFr_##Prefix##_Open(const char* path) {                             \
         return kelo::dbapi::openDatabase<View>(path);                                              \
+    }                                                                                              \
+    KELOCOMM_API unsigned char KFr_##Prefix##_OpenEx(const char* path, unsigned int flags) {       \
+        return kelo::dbapi::openDatabase<View>(path, flags);                                       \
     }                                                                                              \
     KELOCOMM_API unsigned char KFr_##Prefix##_Close(void) {                                        \
         return kelo::dbapi::closeDatabase<View>();                                                 \

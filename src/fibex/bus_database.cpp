@@ -86,6 +86,7 @@ BusDatabase& BusDatabase::operator=(const BusDatabase& other) {
     frameNamesBySlot = other.frameNamesBySlot;
     loaded = other.loaded;
     versionCode = other.versionCode;
+    notes = other.notes;
     return *this;
 }
 
@@ -114,6 +115,7 @@ BusDatabase& BusDatabase::operator=(BusDatabase&& other) {
     frameNamesBySlot = std::move(other.frameNamesBySlot);
     loaded = other.loaded;
     versionCode = other.versionCode;
+    notes = std::move(other.notes);
     return *this;
 }
 
@@ -139,6 +141,7 @@ void BusDatabase::Clear() {
     std::vector<std::pair<std::string, Ecu>>().swap(ecuList);
     clusters.clear();
     frameNamesBySlot.clear();
+    notes.clear();
     pool_->release();  // every map is empty: no entry lives in the pool any more
     // A cleared database holds no file: the reader sets both again when it reads one.
     loaded = false;

@@ -188,6 +188,9 @@ struct FrameTriggering {
     std::uint16_t slotId = 0;
     std::uint16_t baseCycle = 0;
     std::uint16_t cycleRepetition = 0;
+    // Every fx:ABSOLUTELY-SCHEDULED-TIMING of the triggering, in file order (the three fields
+    // above are the first).
+    std::vector<xml::SlotTiming> timings;
 };
 
 struct Channel {
@@ -360,6 +363,8 @@ class BusDatabase {
 
     bool loaded = false;
     std::int32_t versionCode = -1;
+    // What a read-all load skipped or read in its own way, one diagnostic line each.
+    std::vector<std::string> notes;
 
     void Clear();
     // The frame name at this slot and cycle; "" when none (also for a cycle of 64 or more).

@@ -213,6 +213,7 @@ int FibexReader::ParseUnits() {
                  "ho:UNIT", [&](Element e) {
                      Unit unit;
                      if (!readText(child(e, "ho:SHORT-NAME"), unit.shortName)) {
+                         if (SkipsMissing(42, "ParseUnits", "ho:UNIT")) return true;
                          code = xml::kMissing;
                          return false;
                      }
@@ -244,6 +245,7 @@ int FibexReader::ParseCodings() {
         findChildren(e, kCodingItems, items);
         Coding coding;
         if (!readText(items[kShortName], coding.shortName)) {
+            if (SkipsMissing(42, "ParseCodings", "fx:CODING")) return true;
             code = xml::kMissing;
             return false;
         }

@@ -49,6 +49,8 @@ int FibexReader::ReadDocument() {
     placements_.clear();
     updateBitSignals_.clear();
     frameOrder_.clear();
+    timings_.clear();
+    database.notes.clear();
     maps_ = std::make_unique<LoadMaps>(database);
     const int code = RunSteps();
     maps_.reset();
@@ -66,6 +68,10 @@ int FibexReader::RunSteps() {
         database.versionCode = 2;
     } else if (v.substr(0, 4) == "3.1.") {
         database.versionCode = 3;
+    } else if (readAll && (database.versionCode = ClosestVersion(v)) >= 0) {
+        xml::note(database.notes, 41, "LoadFile",
+                  xml::formatMessage("Version '%s' read as version code %d", version,
+                                     static_cast<int>(database.versionCode)));
     } else {
         KELO_ERROR(40, "LoadFile", "Version '%s' of the Database file file is not supported!",
                    version);
@@ -119,8 +125,32 @@ void FibexReader::LinkSignalsToFrames() {
     }
 }
 
+bool FibexReader::SkipsMissing(int number, const char* operation, const char* what) {
+    if (!readAll) return false;
+    xml::note(database.notes, number, operation,
+              xml::formatMessage("%s without SHORT-NAME skipped", what));
+    return true;
+}
+
+std::int32_t FibexReader::ClosestVersion(std::string_view version) {
+    const std::string_view root = document.root().name();
+    if (root != "FIBEX" && (root.size() < 6 || root.substr(root.size() - 6) != ":FIBEX")) return -1;
+    if (version.substr(0, 2) == "1.") return 0;
+    if (version.substr(0, 2) == "2.") return 1;
+    // Later versions keep PDUs; so do files without a usable VERSION that have them.
+    if (at(document.root(), {"fx:ELEMENTS", "fx:PDUS"})) return 3;
+    return version.empty() || version[0] < '3' ? 1 : 3;
+}
+
 void FibexReader::BuildSlotTable() {
     database.frameNamesBySlot.clear();
+    if (readAll) {
+        // Every timing of every triggering, in document order; the first claim of a cell wins.
+        for (const auto& [frame, timing] : timings_)
+            xml::enterFrameName(database.frameNamesBySlot, timing.slot, timing.baseCycle,
+                                timing.repetition, frame->shortName);
+        return;
+    }
     for (const Frame* frame : frameOrder_) {
         // The first frame (in document order) that claims a slot and cycle keeps it.
         xml::enterFrameName(database.frameNamesBySlot, frame->slotId, frame->baseCycle,

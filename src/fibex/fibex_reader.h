@@ -11,6 +11,12 @@
 // Besides the records, the load fills what the codec and the slot queries need: each signal's
 // coding, its frame links (frame, secondFrame) and the slot-by-cycle frame-name table. The rules
 // are in docs/databases.md.
+//
+// With readAll set, the reader takes files as authoring tools write them (docs/databases.md,
+// "Reading whole files"): every absolutely scheduled timing of a frame triggering enters the slot
+// table, a later triggering without timing no longer clears a frame's schedule, an unknown
+// version is read as the closest known one, and what cannot be read is skipped with a note
+// (database.notes) instead of ending the load.
 #pragma once
 
 #include <memory>
@@ -56,6 +62,8 @@ class FibexReader {
     std::string filePath;
     xml::Document document;
     bool loaded = false;
+    // Read with the read-all rules (set before loading).
+    bool readAll = false;
 
   private:
     // Version check and the steps over the parsed document.
@@ -70,6 +78,12 @@ class FibexReader {
     std::vector<std::pair<Signal*, const Pdu*>> placements_;     // signal instance order
     std::vector<std::pair<Signal*, Signal*>> updateBitSignals_;  // ("_UB" signal, its parent)
     std::vector<const Frame*> frameOrder_;                       // frames in document order
+    // Read-all: every timing of every frame triggering, in document order.
+    std::vector<std::pair<const Frame*, xml::SlotTiming>> timings_;
+    // With readAll: notes the skip and returns true (the step goes on); strict: false.
+    bool SkipsMissing(int number, const char* operation, const char* what);
+    // The version code of a VERSION no strict load accepts; -1 when the root is no FIBEX.
+    std::int32_t ClosestVersion(std::string_view version);
     // The database's maps as the steps of one load use them (stores in key order, lookups
     // through hash indexes); they exist only while LoadFile runs its steps. A step called on its
     // own makes a set for its own run.

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -49,8 +50,11 @@ int FibexReader::ParseChannels() {
     std::vector<Element> channels, triggerings;
     if (!listBelow(at(document.root(), {"fx:ELEMENTS", "fx:CHANNELS"}), "fx:CHANNEL", channels)) {
         KELO_ERROR(36, kOp, "Database file parse error: No CLUSTER item found!");
-        return xml::kMissing;
+        if (!readAll) return xml::kMissing;
+        xml::note(database.notes, 43, kOp, "No fx:CHANNELS: the file has no schedule");
     }
+    // Read-all: the frames whose schedule a triggering with a timing has set.
+    std::unordered_set<const Frame*> scheduled;
     std::unique_ptr<LoadMaps> own;
     LoadMaps& maps = mapsForStep(own);
     // The triggerings in document order, stored in their maps together at the end.
@@ -129,21 +133,33 @@ int FibexReader::ParseChannels() {
             readText(at(fields[kExtension], {"ni:NI-XNET-EXTENSION", "ni:APPLICATION-PROTOCOL"}),
                      triggering.applicationProtocol);
 
-            const Element timing = child(fields[kTimings], "fx:ABSOLUTELY-SCHEDULED-TIMING");
-            if (timing) {
-                static const char* const kTimingItems[] = {"fx:SLOT-ID", "fx:BASE-CYCLE",
-                                                           "fx:CYCLE-REPETITION"};
+            static const char* const kTimingItems[] = {"fx:SLOT-ID", "fx:BASE-CYCLE",
+                                                       "fx:CYCLE-REPETITION"};
+            for (Element timing = child(fields[kTimings], "fx:ABSOLUTELY-SCHEDULED-TIMING"); timing;
+                 timing = timing.next_sibling("fx:ABSOLUTELY-SCHEDULED-TIMING")) {
                 Element values[3];
                 findChildren(timing, kTimingItems, values);
-                readUnsigned16Into(values[0], triggering.slotId);
-                readUnsigned16Into(values[1], triggering.baseCycle);
-                readUnsigned16Into(values[2], triggering.cycleRepetition);
+                std::uint16_t slot = 0, base = 0, repetition = 0;
+                readUnsigned16Into(values[0], slot);
+                readUnsigned16Into(values[1], base);
+                readUnsigned16Into(values[2], repetition);
+                if (triggering.timings.empty()) {
+                    triggering.slotId = slot;
+                    triggering.baseCycle = base;
+                    triggering.cycleRepetition = repetition;
+                }
+                triggering.timings.push_back(
+                    {slot, static_cast<std::uint8_t>(base), static_cast<std::uint8_t>(repetition)});
+                if (readAll) timings_.emplace_back(&frame, triggering.timings.back());
             }
             // Without an absolutely scheduled timing all three are 0, in the frame as well: the
-            // last triggering of a frame decides its schedule.
-            frame.slotId = triggering.slotId;
-            frame.baseCycle = static_cast<std::uint8_t>(triggering.baseCycle);
-            frame.cycleRepetition = static_cast<std::uint8_t>(triggering.cycleRepetition);
+            // last triggering of a frame decides its schedule. Read-all: the first triggering
+            // with a timing decides it.
+            if (!readAll || (!triggering.timings.empty() && scheduled.insert(&frame).second)) {
+                frame.slotId = triggering.slotId;
+                frame.baseCycle = static_cast<std::uint8_t>(triggering.baseCycle);
+                frame.cycleRepetition = static_cast<std::uint8_t>(triggering.cycleRepetition);
+            }
 
             frameTriggeringIds.push_back(texts.keep(triggering.id));
             frameTriggerings.push_back(triggering);
@@ -259,6 +275,7 @@ int FibexReader::ParseECUs() {
         Ecu ecu;
         if (!readText(child(e, "ho:SHORT-NAME"), ecu.shortName)) {
             KELO_ERROR(20, kOp, "Database file parse error: SHORT-NAME of ECU item not found!");
+            if (SkipsMissing(42, kOp, "fx:ECU")) continue;
             code = xml::kMalformed;
             break;
         }

@@ -25,5 +25,11 @@ void emitDiagnostic(Level level, int number, const char* operation, const std::s
     std::printf("%s\n", diagnosticLine(level, number, operation, text).c_str());
 }
 
+void note(std::vector<std::string>& notes, int number, const char* operation,
+          const std::string& text) {
+    notes.push_back(diagnosticLine(Level::Error, number, operation, text));
+    if (kDiagnosticsOn) emitDiagnostic(Level::Error, number, operation, text);
+}
+
 }  // namespace xml
 }  // namespace kelo

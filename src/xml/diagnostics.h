@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #ifndef KELO_DIAGNOSTICS_ON
 #define KELO_DIAGNOSTICS_ON 0
@@ -27,6 +28,12 @@ std::string formatMessage(const char* format, ...)
 // The line as it is printed (without the line end).
 std::string diagnosticLine(Level level, int number, const char* operation, const std::string& text);
 void emitDiagnostic(Level level, int number, const char* operation, const std::string& text);
+
+// A read-all open's report of something it skipped or read in its own way: the line is kept in
+// `notes` (the database's list, for tools and tests) and printed like any diagnostic when the
+// build switches them on.
+void note(std::vector<std::string>& notes, int number, const char* operation,
+          const std::string& text);
 
 }  // namespace xml
 }  // namespace kelo

@@ -14,6 +14,14 @@ namespace xml {
 using CycleNames = std::array<std::string, 64>;
 using FrameNameTable = std::map<std::uint16_t, CycleNames>;
 
+// One absolutely scheduled timing of a frame triggering: the slot and the cycles baseCycle,
+// baseCycle + repetition, ... below 64.
+struct SlotTiming {
+    std::uint16_t slot = 0;
+    std::uint8_t baseCycle = 0;
+    std::uint8_t repetition = 0;
+};
+
 // Enters a frame at `slot` in cycles baseCycle, baseCycle + repetition, ... below 64
 // (repetition 0 counts as 1, every cycle). A cell that already holds a name keeps it, so the
 // frame entered first wins. Slot 0 (no static slot) and an empty name enter nothing.

@@ -1,0 +1,293 @@
+// The read-all opens (KFr_Fibex_OpenEx / KFr_AutoSar_OpenEx with KELO_DB_READ_ALL) on files laid
+// out the way authoring tools write them: the slot table entry by entry against the strict open,
+// signals to frames, decoding and encoding through the opened database, and the notes on what
+// the reader skipped or read in its own way.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "autosar/autosar_reader.h"
+#include "dbapi_test_support.h"
+#include "fibex/fibex_reader.h"
+
+namespace {
+
+using namespace kelo_dbapi_test;
+
+const std::string kPackages = dataFile("autosar/read-all-packages-4.2.arxml");
+const std::string kCompuMethods = dataFile("autosar/read-all-compu-methods-4.2.arxml");
+const std::string kTimings = dataFile("fibex/read-all-timings.xml");
+const std::string kUnreadable = dataFile("fibex/read-all-unreadable.xml");
+const std::string kBodyStatus = "/Body/Communication/Frames/BodyCtrl/Status";
+const std::string kGatewayStatus = "/Body/Communication/Frames/Gateway/Deep/Deeper/Status";
+
+using SlotTable = std::map<std::pair<int, int>, std::string>;  // (slot, cycle) -> frame
+
+// The slot table as the frame-name export answers it (the test files use slots below 64).
+SlotTable slotTable(unsigned char (*frameName)(const unsigned char*, char*)) {
+    SlotTable table;
+    char name[256];
+    for (int slot = 1; slot < 64; ++slot) {
+        for (int cycle = 0; cycle < 64; ++cycle) {
+            const auto header =
+                rxHeader(static_cast<std::uint16_t>(slot), static_cast<std::uint8_t>(cycle));
+            EXPECT_EQ(frameName(header.data(), name), 0);
+            if (name[0] != '\0') table[{slot, cycle}] = name;
+        }
+    }
+    return table;
+}
+
+struct Timing {
+    int slot, base, repetition;
+    std::string frame;
+};
+// The cells a list of timings claims, the first claim of a cell winning.
+SlotTable expand(const std::vector<Timing>& timings) {
+    SlotTable table;
+    for (const Timing& t : timings) {
+        for (int cycle = t.base; cycle < 64; cycle += t.repetition)
+            table.emplace(std::make_pair(t.slot, cycle), t.frame);
+    }
+    return table;
+}
+
+using OpenEx = unsigned char (*)(const char*, unsigned int);
+using FrameName = unsigned char (*)(const unsigned char*, char*);
+struct FileCase {
+    const char* what;
+    std::string path;
+    OpenEx openEx;
+    FrameName frameName;
+    unsigned char strictStatus;
+    std::vector<Timing> strict, readAll;
+};
+
+TEST(ReadAllOpen, SlotTablesEntryByEntryAgainstTheStrictOpen) {
+    const std::vector<Timing> fibexAll = {{12, 0, 2, "TwoTimings"},  {13, 1, 2, "TwoTimings"},
+                                          {20, 0, 4, "FourTimings"}, {20, 1, 4, "FourTimings"},
+                                          {21, 2, 4, "FourTimings"}, {21, 3, 4, "FourTimings"},
+                                          {7, 0, 1, "TimedOnA"}};
+    const std::vector<FileCase> cases = {
+        // The channel-B triggering without timing clears TimedOnA's schedule in the strict read.
+        {"FIBEX timings",
+         kTimings,
+         KFr_Fibex_OpenEx,
+         KFr_Fibex_GetFrameName,
+         0,
+         {{12, 0, 2, "TwoTimings"}, {20, 0, 4, "FourTimings"}},
+         fibexAll},
+        {"FIBEX unreadable elements",
+         kUnreadable,
+         KFr_Fibex_OpenEx,
+         KFr_Fibex_GetFrameName,
+         7,
+         {},
+         fibexAll},
+        // Strict: only the first package of frames is read, so both triggerings of "Status"
+        // meet the BodyCtrl frame and "Slow" has no name.
+        {"AUTOSAR packages",
+         kPackages,
+         KFr_AutoSar_OpenEx,
+         KFr_AutoSar_GetFrameName,
+         0,
+         {{5, 0, 1, "Status"}, {6, 1, 2, "Status"}, {10, 0, 2, "Fast"}},
+         {{5, 0, 1, kBodyStatus},
+          {6, 1, 2, kGatewayStatus},
+          {10, 0, 2, "Fast"},
+          {11, 1, 2, "Fast"},
+          {20, 3, 4, "Slow"}}},
+        {"AUTOSAR compu-methods",
+         kCompuMethods,
+         KFr_AutoSar_OpenEx,
+         KFr_AutoSar_GetFrameName,
+         7,
+         {},
+         {{3, 0, 1, "Values"}}},
+    };
+    for (const FileCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(c.openEx(c.path.c_str(), 0), c.strictStatus);
+        if (c.strictStatus == 0) {
+            EXPECT_EQ(slotTable(c.frameName), expand(c.strict));
+        }
+        ASSERT_EQ(c.openEx(c.path.c_str(), KELO_DB_READ_ALL), 0);
+        const SlotTable readAll = slotTable(c.frameName);
+        EXPECT_EQ(readAll, expand(c.readAll));
+        std::printf("[ slots    ] %s: strict %zu cells%s, read-all %zu cells\n", c.what,
+                    expand(c.strict).size(), c.strictStatus ? " (refused)" : "", readAll.size());
+    }
+    // A repetition-4 frame fills one cycle of four.
+    EXPECT_EQ(expand({{20, 3, 4, "Slow"}}).size(), 16u);
+}
+
+TEST(ReadAllOpen, FlagsZeroIsTheStrictOpenAndUnknownFlagsChangeNothing) {
+    ASSERT_EQ(KFr_AutoSar_Open(kPackages.c_str()), 0);
+    const SlotTable strict = slotTable(KFr_AutoSar_GetFrameName);
+    ASSERT_EQ(KFr_AutoSar_OpenEx(kPackages.c_str(), 0), 0);
+    EXPECT_EQ(slotTable(KFr_AutoSar_GetFrameName), strict);
+    for (const std::string& refused : {kCompuMethods, kAutosar.unsupported, kAutosar.malformed})
+        EXPECT_EQ(KFr_AutoSar_OpenEx(refused.c_str(), 0), KFr_AutoSar_Open(refused.c_str()));
+    EXPECT_EQ(KFr_Fibex_OpenEx(kUnreadable.c_str(), 0), 7);
+    // Not a database at all: refused with read-all too.
+    EXPECT_EQ(KFr_Fibex_OpenEx(kPackages.c_str(), KELO_DB_READ_ALL), 7);
+    EXPECT_EQ(KFr_AutoSar_OpenEx(kTimings.c_str(), KELO_DB_READ_ALL), 7);
+    EXPECT_EQ(KFr_AutoSar_OpenEx(kAutosar.malformed.c_str(), KELO_DB_READ_ALL), 7);
+
+    // Files the strict readers read whole give the same slot table either way.
+    for (const Format* f : kFormats) {
+        SCOPED_TRACE(f->name);
+        const OpenEx openEx = f == &kFibex ? KFr_Fibex_OpenEx : KFr_AutoSar_OpenEx;
+        ASSERT_EQ(openEx(f->example.c_str(), 0), 0);
+        const SlotTable exampleStrict = slotTable(f->frameName);
+        ASSERT_EQ(openEx(f->example.c_str(), KELO_DB_READ_ALL), 0);
+        EXPECT_EQ(slotTable(f->frameName), exampleStrict);
+        EXPECT_FALSE(exampleStrict.empty());
+    }
+
+    ASSERT_EQ(KFr_Fibex_OpenEx(kTimings.c_str(), KELO_DB_READ_ALL), 0);
+    EXPECT_EQ(KFr_Fibex_OpenEx(kUnreadable.c_str(), 0x2u), 5);
+    EXPECT_EQ(KFr_Fibex_OpenEx(nullptr, KELO_DB_READ_ALL), 9);
+    char name[64];
+    EXPECT_EQ(KFr_Fibex_GetFrameName(rxHeader(13, 1).data(), name), 0);
+    EXPECT_STREQ(name, "TwoTimings");  // still the read-all database
+    EXPECT_EQ(KFr_Fibex_Close(), 0);
+}
+
+TEST(ReadAllOpen, SignalsFramesAndTheCodecOnPackagesAndSharedNames) {
+    ASSERT_EQ(KFr_AutoSar_OpenEx(kPackages.c_str(), KELO_DB_READ_ALL), 0);
+    // A shared SHORT-NAME is not a key; the full path is.
+    char frame[256];
+    unsigned char first = 0;
+    EXPECT_EQ(KFr_AutoSar_GetFrameName_BySignalName("Counter", frame, &first), 14);
+    const struct {
+        const char* signal;
+        std::string frame;
+    } carriers[] = {{"Speed", kBodyStatus},
+                    {"Temp", kGatewayStatus},
+                    {"/Body/Communication/Signals/BodyCtrl/Counter", kBodyStatus},
+                    {"/Body/Communication/Signals/Gateway/Counter", kGatewayStatus}};
+    for (const auto& c : carriers) {
+        SCOPED_TRACE(c.signal);
+        EXPECT_EQ(KFr_AutoSar_GetFrameName_BySignalName(c.signal, frame, &first), 0);
+        EXPECT_EQ(frame, c.frame);
+    }
+
+    unsigned char payload[510] = {0xC8, 0x00, 0x07};  // Speed raw 200, BodyCtrl Counter 7
+    float value = 0;
+    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(5, 9).data(), payload, "Speed", &value), 0);
+    EXPECT_FLOAT_EQ(value, 100.0f);
+    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(5, 9).data(), payload,
+                                       "/Body/Communication/Signals/BodyCtrl/Counter", &value),
+              0);
+    EXPECT_FLOAT_EQ(value, 7.0f);
+    unsigned char gateway[510] = {0x3A, 60};  // Gateway Counter 10 (4 bits), Temp raw 60
+    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(6, 3).data(), gateway, "Temp", &value), 0);
+    EXPECT_FLOAT_EQ(value, 20.0f);
+    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(6, 3).data(), gateway,
+                                       "/Body/Communication/Signals/Gateway/Counter", &value),
+              0);
+    EXPECT_FLOAT_EQ(value, 10.0f);
+    unsigned char out[8] = {};
+    EXPECT_EQ(KFr_AutoSar_encodeSignal("Speed", 50.0f, out, 8), 0);
+    EXPECT_EQ(out[0], 100);
+
+    // Lists name the frames by their keys, so a listed name finds its frame again.
+    char list[512];
+    unsigned int total = 0, count = 0;
+    EXPECT_EQ(KFr_AutoSar_GetAllFrameName_ByECUName("Gateway", list, sizeof list, &total, &count),
+              0);
+    EXPECT_EQ(std::string(list), kGatewayStatus + ";Slow");
+    EXPECT_EQ(KFr_AutoSar_GetAllSignalName_ByFrameName(kGatewayStatus.c_str(), list, sizeof list,
+                                                       &total, &count),
+              0);
+    EXPECT_EQ(std::string(list), "/Body/Communication/Signals/Gateway/Counter;Temp");
+    unsigned char block[12] = {};
+    EXPECT_EQ(KFr_AutoSar_GetSlotParameter("Slow", 0, 0, block), 0);
+    EXPECT_EQ(KFr_AutoSar_Close(), 0);
+}
+
+TEST(ReadAllOpen, ImpliedCategoriesDecodeAndFibexTimingsDecodeInEveryCycleGroup) {
+    ASSERT_EQ(KFr_AutoSar_OpenEx(kCompuMethods.c_str(), KELO_DB_READ_ALL), 0);
+    // SigLinear raw 16 (x0.25), SigScale 50 (first scale), SigTexts 1 (raw), SigBoth 30
+    // (2x - 10, the rational scale after the text), SigNone 9, SigBitfield 2.
+    const unsigned char payload[510] = {16, 0, 50, 1, 30, 9, 2};
+    const struct {
+        const char* signal;
+        float value;
+    } values[] = {{"SigLinear", 4.0f}, {"SigScale", 50.0f}, {"SigTexts", 1.0f},
+                  {"SigBoth", 50.0f},  {"SigNone", 9.0f},   {"SigBitfield", 2.0f}};
+    for (const auto& v : values) {
+        SCOPED_TRACE(v.signal);
+        float value = -1;
+        EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(3, 0).data(), payload, v.signal, &value), 0);
+        EXPECT_FLOAT_EQ(value, v.value);
+    }
+    unsigned char out[8] = {};
+    EXPECT_EQ(KFr_AutoSar_encodeSignal("SigBoth", 50.0f, out, 8), 0);
+    EXPECT_EQ(out[4], 30);
+    EXPECT_EQ(KFr_AutoSar_Close(), 0);
+
+    // RollRate (x0.5 - 10) sits in TwoTimings, which only the read-all table has at slot 13.
+    const unsigned char roll[510] = {0x2C, 0x01};  // raw 300
+    float value = 0;
+    ASSERT_EQ(KFr_Fibex_Open(kTimings.c_str()), 0);
+    EXPECT_EQ(KFr_Fibex_decodeSignal(rxHeader(13, 1).data(), roll, "RollRate", &value), 17);
+    ASSERT_EQ(KFr_Fibex_OpenEx(kUnreadable.c_str(), KELO_DB_READ_ALL), 0);
+    for (int slot : {12, 13}) {
+        EXPECT_EQ(
+            KFr_Fibex_decodeSignal(rxHeader(static_cast<std::uint16_t>(slot), 14 - slot).data(),
+                                   roll, "RollRate", &value),
+            0);
+        EXPECT_FLOAT_EQ(value, 140.0f);
+    }
+    // The channel-B triggering without timing no longer clears TimedOnA's slot.
+    unsigned char block[12] = {};
+    EXPECT_EQ(KFr_Fibex_GetSlotParameter("TimedOnA", 0, 0, block), 0);
+    EXPECT_EQ(le(block, 2, 2), 7u);
+    EXPECT_EQ(KFr_Fibex_Close(), 0);
+}
+
+TEST(ReadAllOpen, NotesSayWhatWasSkippedOrReadInItsOwnWay) {
+    kelo::autosar::AutoSarReader compu(kCompuMethods, true);
+    ASSERT_TRUE(compu.IsLoaded());
+    const auto& methods = compu.Database().compuMethods;
+    const std::pair<const char*, const char*> implied[] = {
+        {"CM_Linear", "LINEAR"},   {"CM_Scale", "SCALE_LINEAR"},
+        {"CM_Texts", "TEXTTABLE"}, {"CM_Both", "SCALE_LINEAR_AND_TEXTTABLE"},
+        {"CM_None", "IDENTICAL"},  {"CM_Bitfield", "TEXTTABLE"}};
+    for (const auto& [name, category] : implied)
+        EXPECT_EQ(methods.at(name).category, category) << name;
+    EXPECT_EQ(compu.Database().units.size(), 3u);  // km_h, degC and the empty unit references
+    const std::vector<std::string>& notes = compu.Database().notes;
+    ASSERT_EQ(notes.size(), 7u);
+    EXPECT_EQ(notes[0], "error #13 in ParseUnits: UNIT without SHORT-NAME skipped");
+    EXPECT_EQ(notes[6],
+              "error #16 in ParseCompuMethods: CATEGORY 'BITFIELD_TEXTTABLE' of "
+              "COMPU-METHOD 'CM_Bitfield' read as TEXTTABLE");
+
+    // A release the strict reader refuses, read as 4.2.
+    kelo::autosar::AutoSarReader newer(std::string(), true);
+    EXPECT_EQ(newer.LoadText(R"(<AUTOSAR xsi:schemaLocation="http://autosar.org/schema/r4.0 )"
+                             R"(AUTOSAR_00048.xsd"><AR-PACKAGES/></AUTOSAR>)"),
+              0);
+    EXPECT_EQ(newer.Database().notes.at(0),
+              "error #12 in LoadFile: Release of schema 'AUTOSAR_00048.xsd' read as release 4.2");
+
+    kelo::fibex::BusDatabase database;
+    kelo::fibex::FibexReader fibex(database);
+    fibex.readAll = true;
+    fibex.ReadFIBEXData(kUnreadable);
+    ASSERT_TRUE(fibex.loaded);
+    EXPECT_EQ(database.versionCode, 3);
+    EXPECT_EQ(database.notes, (std::vector<std::string>{
+                                  "error #41 in LoadFile: Version '4.1.0' read as version code 3",
+                                  "error #42 in ParseCodings: fx:CODING without SHORT-NAME skipped",
+                                  "error #42 in ParseECUs: fx:ECU without SHORT-NAME skipped"}));
+    EXPECT_EQ(database.ecusByName.count("Brake"), 1u);
+}
+
+}  // namespace
