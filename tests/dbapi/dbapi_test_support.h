@@ -13,6 +13,8 @@
 
 #include "KeLoComm.h"
 #include "dbapi/database_handles.h"
+#include "exports/device_table.h"
+#include "support/device_harness.h"
 
 namespace kelo_dbapi_test {
 
@@ -113,6 +115,23 @@ class DatabaseTest : public ::testing::Test {
     void TearDown() override {
         KFr_Fibex_Close();
         KFr_AutoSar_Close();
+    }
+};
+
+// A device opened through KFr_Open_Wrapper, and a device object on an emulator of its own put
+// into entry 0, the only index the receive-by-name exports accept (no open puts one there short
+// of a full table).
+struct ByNameDevices {
+    kelo_testing::ExportDevice opened;
+    kelo_testing::Link zero;
+    bool ready = opened.open() && zero.open() && kelo::DeviceSlotTable[0].lib.load() == nullptr;
+
+    ByNameDevices() {
+        if (ready) kelo::DeviceSlotTable[0].lib.store(zero.dev.get());
+    }
+    ~ByNameDevices() {
+        CommunicationLib* mine = zero.dev.get();
+        kelo::DeviceSlotTable[0].lib.compare_exchange_strong(mine, nullptr);
     }
 };
 

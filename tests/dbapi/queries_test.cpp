@@ -1,7 +1,7 @@
 // The database queries of both formats without a device: names, lists, the codec through the
-// exports and the parameter blocks. FIBEX rows read tests/data/fibex/dbapi-queries.xml, AUTOSAR
-// rows the example system description (or the test file a row names).
-#include <cmath>
+// exports, the parameter blocks and the status texts. FIBEX rows read
+// tests/data/fibex/dbapi-queries.xml, AUTOSAR rows the example system description (or the test
+// file a row names).
 #include <cstring>
 #include <functional>
 #include <string>
@@ -12,7 +12,6 @@
 #include "dbapi_test_support.h"
 
 using namespace kelo_dbapi_test;
-namespace autosar = kelo::autosar;
 
 namespace {
 
@@ -26,17 +25,8 @@ void use(const Format& f, const std::string& file) {
 
 class NameQueries : public DatabaseTest {};
 
-TEST_F(NameQueries, ClosingOneFormatLeavesTheOther) {
-    unsigned int length = 0;
-    ASSERT_EQ(KFr_AutoSar_Open(kAutosarExample.c_str()), 0);
-    ASSERT_EQ(KFr_Fibex_Open(kQueries.c_str()), 0);
-    EXPECT_EQ(KFr_Fibex_Close(), 0);
-    EXPECT_EQ(KFr_AutoSar_GetMaxNameLength(&length), 0);
-    EXPECT_EQ(KFr_AutoSar_Close(), 0);
-}
-
-// The longest name of frames, signals, clusters and ECUs plus its terminator; name outputs are
-// copied whole, without a bound.
+// The longest name of frames, signals, clusters and ECUs plus its terminator: the room a name
+// output needs (names are copied whole, without a bound).
 TEST_F(NameQueries, MaxNameLengthHoldsTheLongestNameAndItsTerminator) {
     for (const auto& [f, file, longest] : {std::tuple{F, kQueries, "Sig06_Torque_UB"},
                                            std::tuple{A, kAutosarExample, "Engine_Status_Frame"}}) {
@@ -45,37 +35,31 @@ TEST_F(NameQueries, MaxNameLengthHoldsTheLongestNameAndItsTerminator) {
         ASSERT_EQ(f->maxNameLength(&length), 0);
         EXPECT_EQ(length, std::strlen(longest) + 1) << f->name;
     }
-    char name[64];
-    std::memset(name, 'x', sizeof name);
-    unsigned char firstUse = 0;
-    ASSERT_EQ(KFr_AutoSar_GetFrameName_BySignalName("EngineSpeed", name, &firstUse), 0);
-    EXPECT_EQ(std::string(name, 20), std::string("Engine_Status_Frame") + '\0');
 }
 
+// Every cell of the loaded database's slot-by-cycle table; a slot nothing uses, and cycles past
+// 63, name nothing.
 TEST_F(NameQueries, FrameNameBySlotAndCycle) {
-    const std::tuple<int, int, const char*> rows[] = {
-        {10, 0, "Frame20"}, {10, 63, "Frame20"},   {20, 1, "EventFrame"}, {20, 5, "EventFrame"},
-        {20, 6, ""},        {30, 2, "EmptyFrame"}, {30, 3, ""},           {50, 62, "TwoPduFrame"},
-        {999, 0, ""},       {10, 64, ""},          {10, 255, ""},         {0, 0, ""}};
-    char name[64];
     use(kFibex, kQueries);
-    for (const auto& [slot, cycle, want] : rows) {
-        std::memset(name, 'x', sizeof name);
-        ASSERT_EQ(KFr_Fibex_GetFrameName(rxHeader(slot, std::uint8_t(cycle)).data(), name), 0);
-        EXPECT_STREQ(name, want) << "slot " << slot << " cycle " << cycle;
-    }
-    // AUTOSAR: every cell of the reader's slot-by-cycle table, and a slot nothing uses.
     use(kAutosar, kAutosarExample);
-    const autosar::AutoSarReader reader(kAutosarExample);
-    for (const auto& [slot, cycles] : reader.Database().frameNamesBySlot)
-        for (unsigned cycle = 0; cycle < 64; ++cycle) {
-            std::strcpy(name, "stale");
-            ASSERT_EQ(KFr_AutoSar_GetFrameName(rxHeader(slot, std::uint8_t(cycle)).data(), name),
+    for (const Format* f : kFormats) {
+        const auto& table = f == F ? kelo::dbapi::FibexDb->frameNamesBySlot
+                                   : kelo::dbapi::AutosarDb->Database().frameNamesBySlot;
+        ASSERT_GE(table.size(), 4u) << f->name;
+        const auto nameAt = [f](int slot, int cycle) {
+            char name[64] = "stale";
+            EXPECT_EQ(f->frameName(rxHeader(std::uint16_t(slot), std::uint8_t(cycle)).data(), name),
                       0);
-            ASSERT_EQ(std::string(name), cycles[cycle]) << "slot " << slot << " cycle " << cycle;
-        }
-    ASSERT_EQ(KFr_AutoSar_GetFrameName(rxHeader(2000, 0).data(), name), 0);
-    EXPECT_STREQ(name, "");
+            return std::string(name);
+        };
+        for (const auto& [slot, cycles] : table)
+            for (int cycle = 0; cycle < 64; ++cycle)
+                ASSERT_EQ(nameAt(slot, cycle), cycles[cycle])
+                    << f->name << " slot " << slot << " cycle " << cycle;
+        const int used = table.begin()->first;
+        for (const auto& [slot, cycle] : {std::pair{2000, 0}, {0, 0}, {used, 64}, {used, 255}})
+            EXPECT_EQ(nameAt(slot, cycle), "") << f->name << " slot " << slot << " cycle " << cycle;
+    }
 }
 
 // firstUse is 1 the first time a frame is named after a successful open of either format. A
@@ -110,7 +94,7 @@ TEST_F(NameQueries, FrameBySignalNameRegistersFirstUseUntilTheNextOpen) {
     ASSERT_EQ(KFr_Fibex_Open(kQueries.c_str()), 0);
     ASSERT_EQ(KFr_Fibex_GetFrameName_BySignalName("Sig01_Speed", frame, &firstUse), 0);
     EXPECT_EQ(firstUse, 1);
-    ASSERT_EQ(KFr_Fibex_Close(), 0);
+    ASSERT_EQ(KFr_Fibex_Close(), 0);  // leaves the AUTOSAR database loaded
     ASSERT_EQ(KFr_AutoSar_GetFrameName_BySignalName("AbsActive", frame, &firstUse), 0);
     EXPECT_EQ(firstUse, 1) << "a FIBEX open starts the AUTOSAR registration afresh too";
 }
@@ -488,6 +472,20 @@ TEST_F(ParameterBlocks, PduInfoDescribesTheFirstPduWhateverTheIndex) {
     ASSERT_EQ(kelo::dbapi::FibexDb->frames.count("TwoPduFrame"), 0u);
     EXPECT_EQ(KFr_Fibex_GetPDUinfo("TwoPduFrame", 0, info.data()), 5);
     EXPECT_EQ(kelo::dbapi::FibexDb->frames.count("TwoPduFrame"), 1u);
+}
+
+// KeLo_DatabaseStatusText: a sentence for every status a database export returns, the number for
+// any other.
+TEST(DatabaseStatusText, EveryCodeHasASentenceAndAnUnknownOneNamesItsNumber) {
+    for (int code : {0, 1, 2, 3, 4, 5, 6, 7, 9, 14, 15, 16, 17, 18, 21, 22}) {
+        const char* text = KeLo_DatabaseStatusText(static_cast<unsigned char>(code));
+        ASSERT_NE(text, nullptr) << code;
+        EXPECT_GT(std::strlen(text), 5u) << code;
+        EXPECT_EQ(std::string(text).find("unknown database status"), std::string::npos) << code;
+        EXPECT_EQ(text, KeLo_DatabaseStatusText(static_cast<unsigned char>(code))) << "one text";
+    }
+    EXPECT_STREQ(KeLo_DatabaseStatusText(8), "unknown database status 8");
+    EXPECT_STREQ(KeLo_DatabaseStatusText(255), "unknown database status 255");
 }
 
 }  // namespace

@@ -1,85 +1,47 @@
-// Configure, transmit and receive by frame name, both formats, against the device emulator over
-// loopback UDP. Each test's emulator binds a free address from the shared allocator; one device
-// is opened through KFr_Open_Wrapper, and a second device object on the same emulator is put into
-// entry 0, the only index the receive-by-name exports accept (no open puts one there short of a
-// full table).
+// Configure, transmit and receive by frame name, both formats, against device emulators over
+// loopback UDP: a device opened through KFr_Open_Wrapper, and one at entry 0 for the
+// receive-by-name exports (ByNameDevices). Bad indices and time-outs are bad-input rows.
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "CommunicationLib.h"
 #include "dbapi_test_support.h"
-#include "device/protocol_table.h"
-#include "emulator.h"
-#include "exports/device_table.h"
-#include "support/loopback.h"
 
 using namespace kelo_dbapi_test;
 
 namespace {
 
 // A format's database and two of its frames: configured in this order they get buffers 0 and 1.
+using Signals = std::vector<std::pair<const char*, float>>;
 struct Side {
     const Format* f;
     std::string file;
     const char *first, *second, *never;  // never: a frame no test configures
     std::uint16_t secondSlot;
-    std::vector<std::pair<const char*, float>> signals;  // of the second frame
-    unsigned char length;                                // bytes sent for the second frame
+    Signals signals;       // of the second frame
+    unsigned char length;  // bytes sent for the second frame
     // The first frame's buffer on the device: slot, base cycle, repetition, channels A and B.
     std::tuple<int, int, int, bool, bool> firstBuffer;
 };
-const Side kSides[] = {{&kFibex,
-                        kQueries,
-                        "EventFrame",
-                        "Frame20",
-                        "EmptyFrame",
-                        10,
-                        {{"Sig03_Temp", 42.5f}, {"Sig06_Torque", -300.0f}},
-                        48,
-                        {20, 1, 4, false, true}},
-                       {&kAutosar,
-                        kAutosarExample,
-                        "Wheel_Speeds_Frame",
-                        "Engine_Status_Frame",
-                        "Diag_Frame",
-                        1,
-                        {{"EngineSpeed", 2400.0f}, {"EngineSpeed_UB", 1.0f}},
-                        8,
-                        {3, 0, 1, true, false}}};
+const Side kSides[] = {
+    Side{&kFibex, kQueries, "EventFrame", "Frame20", "EmptyFrame", 10,
+         Signals{{"Sig03_Temp", 42.5f}, {"Sig06_Torque", -300.0f}}, 48,
+         std::tuple{20, 1, 4, false, true}},
+    Side{&kAutosar, kAutosarExample, "Wheel_Speeds_Frame", "Engine_Status_Frame", "Diag_Frame", 1,
+         Signals{{"EngineSpeed", 2400.0f}, {"EngineSpeed_UB", 1.0f}}, 8,
+         std::tuple{3, 0, 1, true, false}}};
 
 class ByName : public DatabaseTest, public ::testing::WithParamInterface<const Side*> {
   protected:
     void SetUp() override {
         const Side& s = *GetParam();
         ASSERT_EQ(s.f->open(s.file.c_str()), 0);
-        address_ = kelo_testing::bindFreeLoopback([this](const std::string& address) {
-            emu_ = std::make_unique<kelo::emu::DeviceEmulator>(address);
-            return emu_->start();
-        });
-        ASSERT_FALSE(address_.empty()) << "no free loopback address";
-        const signed char idx = KFr_Open_Wrapper(address_.c_str());
-        ASSERT_GT(idx, 0);
-        idx_ = static_cast<unsigned char>(idx);
-        ASSERT_EQ(kelo::DeviceSlotTable[0].lib.load(), nullptr);
-        zero_ = GetKeLoComm();
-        ASSERT_EQ(zero_->Fr_Open(address_.c_str()), 0);
-        kelo::DeviceSlotTable[0].lib.store(zero_);
-        emu_->clearReceived();
+        ASSERT_TRUE(devices_.ready) << "two emulators, the opened device and entry 0 free";
+        idx_ = static_cast<unsigned char>(devices_.opened.idx());
         std::lock_guard<std::mutex> lock(kelo::dbapi::FrameMapsLock);
         s.f->bufferMap->clear();  // the AUTOSAR one keeps what earlier tests entered
-    }
-    void TearDown() override {
-        if (emu_) emu_->clearFaults();
-        if (kelo::DeviceSlotTable[0].lib.load() == zero_)
-            kelo::DeviceSlotTable[0].lib.store(nullptr);
-        if (zero_) zero_->Fr_Close();
-        delete zero_;
-        if (idx_ != 0) KFr_Close_Wrapper(static_cast<signed char>(idx_));
-        DatabaseTest::TearDown();
     }
     // The second frame's data, encoded from the side's signals.
     std::vector<unsigned char> encoded() {
@@ -94,13 +56,13 @@ class ByName : public DatabaseTest, public ::testing::WithParamInterface<const S
         const Side& s = *GetParam();
         EXPECT_EQ(s.f->setSlot(idx_, 0, s.first, 0, 1), 0);
         EXPECT_EQ(s.f->setSlot(idx_, 0, s.second, 0, 1), 0);
-        emu_->clearReceived();
+        emu_.clearReceived();
     }
 
-    std::string address_;
-    std::unique_ptr<kelo::emu::DeviceEmulator> emu_;
+    ByNameDevices devices_;
+    kelo::emu::DeviceEmulator& emu_ = devices_.opened.emu;
+    KeLoCommLib* zero_ = devices_.zero.dev.get();
     unsigned char idx_ = 0;
-    CommunicationLib* zero_ = nullptr;
 };
 
 TEST_P(ByName, TransmitByNameUsesTheBufferTheDeviceAssignedOrZero) {
@@ -109,7 +71,7 @@ TEST_P(ByName, TransmitByNameUsesTheBufferTheDeviceAssignedOrZero) {
     std::vector<unsigned char> data = encoded();
     EXPECT_EQ(mappedBuffer(*s.f, s.first), 0);
     EXPECT_EQ(mappedBuffer(*s.f, s.second), 1);
-    const auto buffers = emu_->slotBuffers();
+    const auto buffers = emu_.slotBuffers();
     ASSERT_GE(buffers.size(), 2u);
     EXPECT_EQ(buffers[1].slot, s.secondSlot);
     const auto& b = buffers[0];
@@ -119,17 +81,17 @@ TEST_P(ByName, TransmitByNameUsesTheBufferTheDeviceAssignedOrZero) {
 
     // Transmit by name goes to the remembered buffer, with the length in 16-bit words.
     ASSERT_EQ(s.f->transmit(idx_, 0, s.second, data.data(), s.length), 0);
-    const auto sent = emu_->received(kelo::kCmdTransmit);
+    const auto sent = emu_.received(kelo::kCmdTransmit);
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].payload[1], 1) << "buffer index";
     EXPECT_EQ(sent[0].payload[2], s.length / 2) << "words";
-    const auto held = emu_->slotBuffers()[1].data;
+    const auto held = emu_.slotBuffers()[1].data;
     EXPECT_EQ(std::vector<unsigned char>(held.begin(), held.begin() + s.length), data);
 
     // Unknown frames are refused before anything is sent.
-    emu_->clearReceived();
+    emu_.clearReceived();
     EXPECT_EQ(s.f->setSlot(idx_, 0, "NoSuchFrame", 0, 0), 17);
-    EXPECT_TRUE(emu_->received().empty());
+    EXPECT_TRUE(emu_.received().empty());
     EXPECT_EQ(mappedBuffer(*s.f, "NoSuchFrame"), -1);
 
     // A name never configured (any name, even one the database does not know) is sent with buffer
@@ -140,7 +102,7 @@ TEST_P(ByName, TransmitByNameUsesTheBufferTheDeviceAssignedOrZero) {
         ASSERT_EQ(s.f->transmit(idx_, 0, name, data.data(), 6), 0);
         EXPECT_EQ(mappedBuffer(*s.f, name), 0);
     }
-    const auto never = emu_->received(kelo::kCmdTransmit);
+    const auto never = emu_.received(kelo::kCmdTransmit);
     ASSERT_EQ(never.size(), 2u);
     EXPECT_EQ(never[0].payload[1], 0);
     EXPECT_EQ(never[0].payload[2], 3);
@@ -155,10 +117,10 @@ TEST_P(ByName, RefusedSlotConfigurationLeavesTheMapUnchanged) {
     const Side& s = *GetParam();
     ASSERT_EQ(s.f->setSlot(idx_, 0, s.second, 0, 1), 0);
     const int before = mappedBuffer(*s.f, s.second);
-    emu_->refuse(kelo::kCmdSetSlotParameter, 1, 1);
+    emu_.refuse(kelo::kCmdSetSlotParameter, 1, 1);
     EXPECT_EQ(s.f->setSlot(idx_, 0, s.second, 0, 1), 1);
     EXPECT_EQ(mappedBuffer(*s.f, s.second), before);
-    emu_->refuse(kelo::kCmdSetSlotParameter, 1, 1);
+    emu_.refuse(kelo::kCmdSetSlotParameter, 1, 1);
     EXPECT_EQ(s.f->setSlot(idx_, 0, s.first, 0, 1), 1);
     EXPECT_EQ(mappedBuffer(*s.f, s.first), -1);
 }
@@ -172,7 +134,7 @@ TEST_P(ByName, FibexMultiFrameStagingUsesTheMappedBufferAndIgnoresItsSecondArgum
               0);
     unsigned char result = 0;
     ASSERT_EQ(KFr_Transmit_MultiFrame_Wrapper(static_cast<signed char>(idx_), 0, 1, &result, 1), 0);
-    const auto sent = emu_->received(kelo::kCmdMultiTransmit);
+    const auto sent = emu_.received(kelo::kCmdMultiTransmit);
     ASSERT_EQ(sent.size(), 1u);
     ASSERT_GE(sent[0].payload.size(), 24u + 40u + 8u);
     EXPECT_EQ(sent[0].payload[24 + 22], 1) << "buffer index of Frame20";
@@ -212,20 +174,6 @@ TEST_P(ByName, ReceivesNamesAndDecodesAFrameAtIndexZero) {
         ASSERT_EQ(s.f->decode(header, payload.data(), signal, &decoded), 0) << signal;
         EXPECT_FLOAT_EQ(decoded, value) << signal;
     }
-}
-
-TEST_P(ByName, OnlyIndexZeroPassesAndTimeOutsPassThrough) {
-    const Side& s = *GetParam();
-    unsigned char header[28];
-    std::vector<unsigned char> payload(510);
-    char name[64];
-    // Nothing uploaded: the device receive's own time-out code.
-    EXPECT_EQ(s.f->receive(0, header, payload.data(), name, 20), 2);
-    // An index opened the ordinary way is refused by this export, while the other receive works.
-    EXPECT_EQ(s.f->receive(static_cast<signed char>(idx_), header, payload.data(), name, 20), 6);
-    EXPECT_EQ(KFr_Receive_Wrapper(static_cast<signed char>(idx_), header, payload.data(), 20), 2);
-    for (signed char bad : {-1, 1, 126, 127})
-        EXPECT_EQ(s.f->receive(bad, header, payload.data(), name, 20), 6);
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, ByName, ::testing::Values(&kSides[0], &kSides[1]),

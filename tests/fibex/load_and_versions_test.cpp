@@ -1,6 +1,6 @@
 // LoadFile and ReadFIBEXData: each file's result code, version code and what is left of the
-// database (the steps run in order, a failing step runs twice and stops the load), the version
-// table, and steps run again on the kept document.
+// database (the steps run in order, a failing step runs twice and stops the load), and the version
+// table.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -121,18 +121,6 @@ TEST_F(FibexTest, ReadFibexDataReplacesClearsOrIgnores) {
     EXPECT_EQ(db.ecuList.size(), 2u) << "the records a failing load left";
     reader.ReadFIBEXData(fibexFile("malformed.xml"));
     EXPECT_TRUE(isEmpty(db));
-}
-
-TEST_F(FibexTest, StepsCanRunAgainOnTheKeptDocument) {
-    loadOk("small-flexray-cluster.xml");
-    const auto sizes = containerSizes(db);
-    expectAll({EQ(reader.ParseUnits(), 0), EQ(reader.ParseCodings(), 0),
-               EQ(reader.ParseSignals(), 0), EQ(reader.ParsePDUs(), 0), EQ(reader.ParseFrames(), 0),
-               EQ(reader.ParseChannels(), 0), EQ(reader.ParseClusters(), 0)});
-    EXPECT_EQ(containerSizes(db), sizes);
-    EXPECT_EQ(reader.ParseECUs(), 0);
-    EXPECT_EQ(db.ecuList.size(), 6u);  // appended again; the maps stay as they were
-    EXPECT_EQ(db.ecus.size(), 3u);
 }
 
 }  // namespace
