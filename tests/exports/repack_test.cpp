@@ -23,10 +23,12 @@ Wire wireOf(const kelo::emu::DeviceEmulator& emu) {
 
 // Stop (110) first, then the controller mode (139) and the 40-byte cluster record (96): the node
 // byte, the 36-byte block, three zero bytes. The result is the cluster command's, whichever of
-// the other two the device refused.
-TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
+// the other two the device refused. Frames queued before the call are gone afterwards: the export
+// empties the FlexRay buffer between the stop and the cluster command.
+TEST_F(Repack, ClusterParameterStopsEmptiesTheBufferThenSendsTheRecord) {
     ExportDevice dev;
     ASSERT_TRUE(dev.open());
+    ASSERT_EQ(KFr_StartFrRxUpload_Wrapper(dev.idx(), 0), 0);
     const std::pair<int, unsigned char> rows[] = {{0, 0},
                                                   {kelo::kCmdStopNode, 0},
                                                   {kelo::kCmdSetControllerMode, 0},
@@ -35,6 +37,9 @@ TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
     const Bytes block = ramp(36, 0x40);
     for (const auto& [refused, expected] : rows) {
         SCOPED_TRACE(refused);
+        dev.emu.uploadFlexRay(std::vector<kelo::emu::FlexRayEntry>(3));
+        ASSERT_TRUE(dev.sync());
+        ASSERT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 3);
         dev.emu.clearReceived();
         if (refused) dev.emu.refuse(std::uint8_t(refused), 7, 1);
         Bytes caller = block;
@@ -44,25 +49,8 @@ TEST_F(Repack, ClusterParameterStopsThenSendsTheRecord) {
                         {kelo::kCmdSetControllerMode, cat({{1, node, 0, 0}, le32(0xA0000000u)})},
                         {kelo::kCmdSetClusterParameter, cat({{node}, block, zeros(3)})}}));
         EXPECT_EQ(caller, block) << "the caller's block changed";
+        EXPECT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 0);
     }
-}
-
-// Frames queued before the call are gone afterwards: the export empties the FlexRay buffer
-// between the stop and the cluster command.
-TEST_F(Repack, ClusterParameterEmptiesTheFlexRayBuffer) {
-    ExportDevice dev;
-    ASSERT_TRUE(dev.open());
-    ASSERT_EQ(KFr_StartFrRxUpload_Wrapper(dev.idx(), 0), 0);
-    kelo::emu::FlexRayEntry e;
-    e.slot = 9;
-    e.payload = ramp(8, 1);
-    dev.emu.uploadFlexRay({e, e, e});
-    ASSERT_TRUE(dev.sync());
-    ASSERT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 3);
-
-    Bytes block = ramp(36, 0);
-    EXPECT_EQ(KFr_Set_Cluster_Parameter_Wrapper(dev.idx(), 0, block.data()), 0);
-    EXPECT_EQ(KFr_framesAvailable_Wrapper(dev.idx()), 0);
 }
 
 // The stop gets no answer at all (3000 ms wait): the cluster record still goes out and its status
@@ -86,66 +74,48 @@ TEST_F(Repack, RecordsReachTheDeviceAsDocumented) {
     ASSERT_TRUE(fr.open());
     ASSERT_TRUE(can.open(Bus::Can, ch));
     static const Bytes node48 = ramp(48, 0x30), cc5 = {0xC1, 0xC2, 0xC3, 0xC4, 0xC5};
-    using Call = unsigned char (*)(signed char);
-    const std::vector<std::tuple<bool, Call, Wire>> rows = {
-        {false,
-         [](signed char i) {
-             Bytes b = node48;
-             return KFr_Set_Node_Parameter_Wrapper(i, 2, b.data());
-         },
+    // Each call gets the index of the FlexRay and of the CAN device, and uses one of them.
+    using I = signed char;
+    const std::vector<std::pair<unsigned char (*)(I, I), Wire>> rows = {
+        {[](I f, I) { return KFr_Set_Node_Parameter_Wrapper(f, 2, Bytes(node48).data()); },
          {{kelo::kCmdSetNodeParameter, cat({{2}, node48, zeros(3)})}}},
-        {false,
-         [](signed char i) {
-             Bytes b = cc5;
-             return KFr_Set_CC_Parameter_Wrapper(i, 4, b.data());
-         },
+        {[](I f, I) { return KFr_Set_CC_Parameter_Wrapper(f, 4, Bytes(cc5).data()); },
          {{kelo::kCmdSetCcParameter, cat({{4}, cc5})}}},
         // The node argument is not used: the frame's node byte is always 0.
-        {false,
-         [](signed char i) {
+        {[](I f, I) {
              KFrKeySlotRecord k = {{{0xBEEF, 0x01, 0x80}, {0x0005, 0xFF, 0x00}}};
-             return KFr_SetFrPhyNodeKeySlot_Wrapper(i, 7, &k);
+             return KFr_SetFrPhyNodeKeySlot_Wrapper(f, 7, &k);
          },
          {{kelo::kCmdSetKeySlot, {0, 0xEF, 0xBE, 0x01, 0x80, 0x05, 0x00, 0xFF, 0x00}}}},
-        {false,
-         [](signed char i) { return KFr_Set_WorkMode_Wrapper(i, 2, 1, 1); },
+        {[](I f, I) { return KFr_Set_WorkMode_Wrapper(f, 2, 1, 1); },
          {{kelo::kCmdWriteRegister, cat({{1, 2}, le32(0x20000002u)})}}},
-        {false,
-         [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 0, 1); },
+        {[](I f, I) { return KFr_WriteValue_Wrapper(f, 3, 0, 1); },
          {{kelo::kCmdReadRegister, {1, 3}},
           {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x10000000u)})}}},
-        {false,
-         [](signed char i) { return KFr_WriteValue_Wrapper(i, 3, 1, 9); },
+        {[](I f, I) { return KFr_WriteValue_Wrapper(f, 3, 1, 9); },
          {{kelo::kCmdReadRegister, {1, 3}},
           {kelo::kCmdWriteRegister, cat({{1, 3}, le32(0x50000000u)})}}},
-        {false,
-         [](signed char i) {
+        {[](I f, I) {
              unsigned int v = 0;
-             return KFr_ReadValue_Wrapper(i, 6, 1, &v);
+             return KFr_ReadValue_Wrapper(f, 6, 1, &v);
          },
          {{kelo::kCmdReadRegister, {1, 6}}}},
-        {false,
-         [](signed char i) { return KFr_SetNodeRxTimeout_Wrapper(i, 1, 0x12345678u); },
+        {[](I f, I) { return KFr_SetNodeRxTimeout_Wrapper(f, 1, 0x12345678u); },
          {{kelo::kCmdSetNodeRxTimeout, {1, 1, 0x78, 0x56, 0x34, 0x12}}}},
-        {true,
-         [](signed char i) { return KCAN_Start_Wrapper(i); },
-         {{kelo::kCmdCanStart, {2, ch}}}},
-        {true, [](signed char i) { return KCAN_Stop_Wrapper(i); }, {{kelo::kCmdCanStop, {2, ch}}}},
-        {true,
-         [](signed char i) { return KCAN_SetNodeRxTimeout_Wrapper(i, 0xA1B2C3D4u); },
+        {[](I, I c) { return KCAN_Start_Wrapper(c); }, {{kelo::kCmdCanStart, {2, ch}}}},
+        {[](I, I c) { return KCAN_Stop_Wrapper(c); }, {{kelo::kCmdCanStop, {2, ch}}}},
+        {[](I, I c) { return KCAN_SetNodeRxTimeout_Wrapper(c, 0xA1B2C3D4u); },
          {{kelo::kCmdSetNodeRxTimeout, {2, ch, 0xD4, 0xC3, 0xB2, 0xA1}}}},
     };
     for (std::size_t r = 0; r < rows.size(); ++r) {
         SCOPED_TRACE("row " + std::to_string(r));
-        const auto& [onCan, call, wire] = rows[r];
-        ExportDevice& dev = onCan ? can : fr;
-        dev.emu.clearReceived();
-        EXPECT_EQ(call(dev.idx()), 0);
-        EXPECT_EQ(wireOf(dev.emu), wire);
+        fr.emu.clearReceived();
+        can.emu.clearReceived();
+        EXPECT_EQ(rows[r].first(fr.idx(), can.idx()), 0);
+        Wire both = wireOf(fr.emu), onCan = wireOf(can.emu);
+        both.insert(both.end(), onCan.begin(), onCan.end());
+        EXPECT_EQ(both, rows[r].second);
     }
-    // The bits landed in the FlexRay register of controller 3, not in a CAN one.
-    EXPECT_EQ(fr.emu.registerWord(1, 3), 0x50000000u);
-    EXPECT_EQ(fr.emu.registerWord(2, 3), 0u);
 }
 
 // 102 with the node byte, the 12-byte block and a zero (14 bytes). The buffer index the device
@@ -202,29 +172,12 @@ TEST_F(Repack, FifoParameterIsRepackedAndSentTwice) {
     for (const Row& row : rows) {
         SCOPED_TRACE(int(node));
         dev.emu.clearReceived();
-        // Every field its own value, so a swapped or misplaced field shows.
-        KFrFifoRecord f;
-        std::memset(&f, 0xA5, sizeof f);
-        f.rejectFrameId = 0x1101;
-        f.rejectMask = 0x2202;
-        f.depth = 0x3303;
-        f.criteria = 0x4404;
-        f.group0Enable = row.enable[0];
-        f.group0FrameId = 0x5505;
-        f.group0Mask = 0x6606;
-        f.group0Channel = 0x07;
-        f.group1Enable = row.enable[1];
-        f.group1FrameId = 0x8808;
-        f.group1Mask = 0x9909;
-        f.group1Channel = 0x0A;
-        f.group2Enable = row.enable[2];
-        f.group2FrameId = 0xBB0B;
-        f.group2Mask = 0xCC0C;
-        f.group2Channel = 0x0D;
-        f.group3Enable = row.enable[3];
-        f.group3FrameId = 0xEE0E;
-        f.group3Mask = 0xFF0F;
-        f.group3Channel = 0x10;
+        // Every field its own value (in declaration order), so a swapped or misplaced field
+        // shows.
+        KFrFifoRecord f = {0x1101, 0x2202,        0x3303,        0x4404,        row.enable[0],
+                           0x5505, 0x6606,        0x07,          row.enable[1], 0x8808,
+                           0x9909, 0x0A,          row.enable[2], 0xBB0B,        0xCC0C,
+                           0x0D,   row.enable[3], 0xEE0E,        0xFF0F,        0x10};
         const KFrFifoRecord before = f;
 
         EXPECT_EQ(KFr_Set_Fifo_Parameter_Wrapper(dev.idx(), node, &f), 0);
