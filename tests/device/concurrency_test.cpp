@@ -1,6 +1,6 @@
-// Several caller threads on one device object, one test per lock: the same node-state query or
-// transmission from several threads (so nobody takes another caller's reply), and a consumer
-// draining the FlexRay queue while it fills.
+// Several caller threads on one device object: the same queries and transmissions from several
+// threads (so nobody takes another caller's reply), and a consumer draining the FlexRay queue
+// while it fills.
 #include <array>
 #include <thread>
 
@@ -26,58 +26,43 @@ int runConcurrently(int threads, const std::function<int(int, int)>& body) {
     return failures.load();
 }
 
-// Node-state queries (and the PSR query built on them) from several threads at once.
-TEST(DeviceConcurrency, NodeStateQueriesFromManyThreads) {
+// Node-state queries, PSR queries (built on them), FlexRay and CAN transmissions, each from four
+// threads at once: every call gets its own reply (the CAN one naming the object's channel), and
+// each FlexRay buffer ends with its thread's last data.
+TEST(DeviceConcurrency, QueriesAndTransmissionsFromManyThreads) {
     Link link;
-    ASSERT_TRUE(link.open());
+    ASSERT_TRUE(link.open(Bus::Can, 2));
     link.emu.setPsrWords({0x0000, 0xBBBB, 0xCCCC, 0xDDDD});
     link.emu.setNodeState(5, 0x21);
-    const int failures = runConcurrently(4, [&](int t, int) -> int {
-        if (t % 2 == 0) {
-            unsigned char state = 0, sub = 0;
-            const int r = link.dev->Fr_GetFrNodeState(1, &state, &sub);
-            return r != 0 ? r : state == 5 && sub == 0x21 ? 0 : 100;
-        }
-        unsigned char psr[8] = {};
-        const int r = link.dev->Fr_GetFrPSRState(1, psr);
-        return r != 0 ? r : rd16(psr + 2) == 0xBBBB && rd16(psr + 6) == 0xDDDD ? 0 : 100;
-    });
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(link.emu.count(kelo::kCmdGetNodeState), std::size_t(4 * kRounds));
-}
-
-// FlexRay transmissions from several threads, each into its own buffer.
-TEST(DeviceConcurrency, FlexRayTransmitFromManyThreads) {
-    Link link;
-    ASSERT_TRUE(link.open());
-    const int failures = runConcurrently(4, [&](int t, int round) -> int {
+    const int failures = runConcurrently(16, [&](int t, int round) -> int {
+        unsigned char state = 0, sub = 0, psr[8] = {};
         Bytes data = {std::uint8_t(t), std::uint8_t(round), 0xAB, 0xCD};
-        return link.dev->Fr_Transmit(1, std::uint8_t(10 + t), data.data(), 2);
+        Bytes frame = {std::uint8_t(t), std::uint8_t(round), 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
+        int r = 0;
+        switch (t % 4) {
+            case 0:
+                r = link.dev->Fr_GetFrNodeState(1, &state, &sub);
+                return r != 0 ? r : state == 5 && sub == 0x21 ? 0 : 100;
+            case 1:
+                r = link.dev->Fr_GetFrPSRState(1, psr);
+                return r != 0 ? r : rd16(psr + 2) == 0xBBBB && rd16(psr + 6) == 0xDDDD ? 0 : 100;
+            case 2:
+                return link.dev->Fr_Transmit(1, std::uint8_t(10 + t), data.data(), 2);
+            default:
+                return link.dev->CAN_Transmit(frame.data(), data.data());
+        }
     });
     EXPECT_EQ(failures, 0);
+    EXPECT_EQ(link.emu.count(kelo::kCmdGetNodeState), std::size_t(8 * kRounds));
     EXPECT_EQ(link.emu.count(kelo::kCmdTransmit), std::size_t(4 * kRounds));
+    EXPECT_EQ(link.emu.count(kelo::kCmdMultiTransmit), std::size_t(4 * kRounds));
     const auto buffers = link.emu.slotBuffers();
-    for (int t = 0; t < 4; ++t)
+    for (int t = 2; t < 16; t += 4)
         EXPECT_EQ(buffers[10 + t].data, (Bytes{std::uint8_t(t), kRounds - 1, 0xAB, 0xCD})) << t;
 }
 
-// CAN transmissions from several threads: each still sees a reply naming its channel.
-TEST(DeviceConcurrency, CanTransmitFromManyThreads) {
-    Link link;
-    ASSERT_TRUE(link.open(Bus::Can, 2));
-    const int failures = runConcurrently(4, [&](int t, int round) -> int {
-        Bytes frame = {std::uint8_t(t), std::uint8_t(round), 0, 0, 0, 0, 0, 0, 3, 0, 0, 0};
-        Bytes data = {1, 2, 3};
-        return link.dev->CAN_Transmit(frame.data(), data.data());
-    });
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(link.emu.count(kelo::kCmdMultiTransmit), std::size_t(4 * kRounds));
-}
-
 // A consumer draining the queue while the device uploads: every record, once, in order.
-TEST(DeviceConcurrency, ConsumerDrainsWhileUploadsArrive) {
-    Link link;
-    ASSERT_TRUE(link.open());
+TEST_F(OpenLink, ConsumerDrainsWhileUploadsArrive) {
     ASSERT_EQ(link.dev->Fr_StartFrRxUpload(0), 0);
     constexpr std::uint32_t kRecords = 30000;
     std::uint32_t taken = 0, outOfOrder = 0;

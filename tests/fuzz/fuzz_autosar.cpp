@@ -27,33 +27,19 @@ Names listNames() {
     unsigned int count = 0;
     KFr_AutoSar_GetAllECUName(small, sizeof small, &total, &count);
     for (const std::string& cluster : names.clusters) {
-        readList(
-            [&](char* buf, unsigned int bufSize, unsigned int* t, unsigned int* c) {
-                return KFr_AutoSar_GetAllFrameName_ByClusterName(cluster.c_str(), buf, bufSize, t,
-                                                                 c);
-            },
-            names.frames);
+        readList(KFr_AutoSar_GetAllFrameName_ByClusterName, cluster, names.frames);
         KFr_AutoSar_GetAllFrameName_ByClusterName(cluster.c_str(), small, sizeof small, &total,
                                                   &count);
     }
     std::vector<std::string> ecuFrames;
-    for (const std::string& ecu : names.ecus) {
-        readList(
-            [&](char* buf, unsigned int bufSize, unsigned int* t, unsigned int* c) {
-                return KFr_AutoSar_GetAllFrameName_ByECUName(ecu.c_str(), buf, bufSize, t, c);
-            },
-            ecuFrames);
-    }
+    for (const std::string& ecu : names.ecus)
+        readList(KFr_AutoSar_GetAllFrameName_ByECUName, ecu, ecuFrames);
     names.frames.insert(names.frames.end(), ecuFrames.begin(), ecuFrames.end());
     std::sort(names.frames.begin(), names.frames.end());
     names.frames.erase(std::unique(names.frames.begin(), names.frames.end()), names.frames.end());
     if (names.frames.size() > kelo_fuzz::kNameCap) names.frames.resize(kelo_fuzz::kNameCap);
     for (const std::string& frame : names.frames) {
-        readList(
-            [&](char* buf, unsigned int bufSize, unsigned int* t, unsigned int* c) {
-                return KFr_AutoSar_GetAllSignalName_ByFrameName(frame.c_str(), buf, bufSize, t, c);
-            },
-            names.signals);
+        readList(KFr_AutoSar_GetAllSignalName_ByFrameName, frame, names.signals);
         KFr_AutoSar_GetAllSignalName_ByFrameName(frame.c_str(), small, sizeof small, &total,
                                                  &count);
     }

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "KeLoComm.h"
+#include "device/byte_order.h"
 #include "fuzz_support.h"
 
 #ifndef KELO_EXAMPLES_DIR
@@ -61,20 +62,10 @@ std::vector<std::string> autosarSignals() {
     kelo_fuzz::readList(KFr_AutoSar_GetAllClusterName, clusters);
     std::vector<std::string> frames;
     for (const std::string& cluster : clusters)
-        kelo_fuzz::readList(
-            [&](char* buf, unsigned int bufSize, unsigned int* total, unsigned int* count) {
-                return KFr_AutoSar_GetAllFrameName_ByClusterName(cluster.c_str(), buf, bufSize,
-                                                                 total, count);
-            },
-            frames);
+        kelo_fuzz::readList(KFr_AutoSar_GetAllFrameName_ByClusterName, cluster, frames);
     std::vector<std::string> signals;
     for (const std::string& frame : frames)
-        kelo_fuzz::readList(
-            [&](char* buf, unsigned int bufSize, unsigned int* total, unsigned int* count) {
-                return KFr_AutoSar_GetAllSignalName_ByFrameName(frame.c_str(), buf, bufSize, total,
-                                                                count);
-            },
-            signals);
+        kelo_fuzz::readList(KFr_AutoSar_GetAllSignalName_ByFrameName, frame, signals);
     return signals;
 }
 
@@ -82,11 +73,6 @@ void mustLoad(unsigned char status, const char* what) {
     if (status == 0) return;
     std::fprintf(stderr, "fuzz_codec: %s did not load (status %u)\n", what, status);
     std::abort();
-}
-
-inline std::uint32_t le32(const std::uint8_t* p) {
-    return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 |
-           std::uint32_t(p[3]) << 24;
 }
 
 }  // namespace
@@ -131,7 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         name = format.signals[(head[1] | head[2] << 8) % format.signals.size()];
     }
     float value;
-    const std::uint32_t bits = le32(head + 3);
+    const std::uint32_t bits = kelo::le32(head + 3);
     std::memcpy(&value, &bits, sizeof value);
     const std::uint8_t encodeLength = head[7];
     unsigned char header[28];

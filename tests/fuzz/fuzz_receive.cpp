@@ -18,16 +18,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "device/KeLoCommLib.h"
-#include "device/crc16.h"
+#include "device/frame_engine.h"
 #include "device/protocol_table.h"
 
 namespace {
 
 constexpr std::size_t kReceiveBuffer = 1500;  // the receive thread's datagram buffer
-constexpr std::size_t kDatagramSize = 1400;   // the device's datagram size
 
 void feedDatagrams(KeLoCommLib& lib, const std::uint8_t* p, std::size_t n) {
     while (n >= 2) {
@@ -41,56 +39,21 @@ void feedDatagrams(KeLoCommLib& lib, const std::uint8_t* p, std::size_t n) {
     }
 }
 
-// Frames go into datagrams as the device sends them: each frame starts a datagram, a full
-// datagram goes out at once, and a payload CRC is never split across two.
-class DevicePacker {
-  public:
-    explicit DevicePacker(KeLoCommLib& lib) : lib_(lib) { datagram_.reserve(kDatagramSize); }
-    ~DevicePacker() { flush(); }
-
-    void frame(std::uint8_t command, std::uint16_t sequence, const std::uint8_t* payload,
-               std::uint16_t length) {
-        flush();
-        std::uint8_t head[8] = {0xAA,
-                                static_cast<std::uint8_t>(sequence >> 8),
-                                static_cast<std::uint8_t>(sequence),
-                                static_cast<std::uint8_t>(length >> 8),
-                                static_cast<std::uint8_t>(length),
-                                command};
-        const std::uint16_t headCrc = kelo::crc16Arc(0, head, 6);
-        head[6] = static_cast<std::uint8_t>(headCrc >> 8);
-        head[7] = static_cast<std::uint8_t>(headCrc);
-        append(head, sizeof head);
-        if (length == 0) return;
-        append(payload, length);
-        const std::uint16_t crc = kelo::crc16Arc(0, payload, length);
-        const std::uint8_t tail[2] = {static_cast<std::uint8_t>(crc >> 8),
-                                      static_cast<std::uint8_t>(crc)};
-        if (kDatagramSize - datagram_.size() < 2) flush();
-        append(tail, sizeof tail);
+// Frames go into datagrams as the device sends them (each frame starts a datagram, a full
+// datagram goes out at once, a payload CRC is never split across two): a frame engine in the
+// device role packs them, and its datagrams go straight to the receive path.
+struct ReceivePath : kelo::DatagramSink {
+    explicit ReceivePath(KeLoCommLib& lib) : lib(lib) {}
+    void sendDatagram(const std::uint8_t* data, std::size_t length) override {
+        lib.receiveBytes(data, length);
     }
-
-  private:
-    void append(const std::uint8_t* p, std::size_t n) {
-        while (n > 0) {
-            const std::size_t chunk = std::min(n, kDatagramSize - datagram_.size());
-            datagram_.insert(datagram_.end(), p, p + chunk);
-            p += chunk;
-            n -= chunk;
-            if (datagram_.size() == kDatagramSize) flush();
-        }
-    }
-    void flush() {
-        if (!datagram_.empty()) lib_.receiveBytes(datagram_.data(), datagram_.size());
-        datagram_.clear();
-    }
-
-    KeLoCommLib& lib_;
-    std::vector<std::uint8_t> datagram_;
+    KeLoCommLib& lib;
 };
 
 void feedFrames(KeLoCommLib& lib, const std::uint8_t* p, std::size_t n) {
-    DevicePacker packer(lib);
+    ReceivePath path(lib);
+    kelo::Lock lock;
+    kelo::FrameEngine packer(0, &path, lock);
     while (n >= 5) {
         const std::uint8_t command = p[0];
         const auto sequence = static_cast<std::uint16_t>(p[1] << 8 | p[2]);
@@ -98,7 +61,7 @@ void feedFrames(KeLoCommLib& lib, const std::uint8_t* p, std::size_t n) {
         p += 5;
         n -= 5;
         length = std::min(length, n);
-        packer.frame(command, sequence, p, static_cast<std::uint16_t>(length));
+        packer.sendReply(sequence, command, p, static_cast<std::uint16_t>(length));
         p += length;
         n -= length;
     }

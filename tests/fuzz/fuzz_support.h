@@ -146,6 +146,18 @@ unsigned char readList(Query query, std::vector<std::string>& out) {
     return status;
 }
 
+// The same for a list query that takes a key (a cluster, ECU or frame name) first.
+using KeyedListQuery = unsigned char (*)(const char*, char*, unsigned int, unsigned int*,
+                                         unsigned int*);
+inline unsigned char readList(KeyedListQuery query, const std::string& key,
+                              std::vector<std::string>& out) {
+    return readList(
+        [&](char* buf, unsigned int bufSize, unsigned int* total, unsigned int* count) {
+            return query(key.c_str(), buf, bufSize, total, count);
+        },
+        out);
+}
+
 using SlotQuery = unsigned char (*)(const char*, unsigned char, unsigned char, unsigned char*);
 
 // A 28-byte received-frame header (slot identifier little-endian at 16, cycle at 19) for the
@@ -163,18 +175,10 @@ inline bool headerForFrame(SlotQuery query, const std::string& frame, unsigned c
 
 // Physical values the codec fuzzing writes: ordinary ones and those at the edges of the
 // float-to-integer conversions.
-inline constexpr float kValues[] = {0.0f,
-                                    1.0f,
-                                    -1.0f,
-                                    12.5f,
-                                    -300.25f,
-                                    65535.0f,
-                                    4.0e9f,
-                                    -4.0e9f,
-                                    1.0e19f,
-                                    -1.0e19f,
-                                    std::numeric_limits<float>::infinity(),
-                                    std::numeric_limits<float>::quiet_NaN()};
+using Limits = std::numeric_limits<float>;
+inline constexpr float kValues[] = {
+    0.0f,   1.0f,    -1.0f,   12.5f,    -300.25f,           65535.0f,
+    4.0e9f, -4.0e9f, 1.0e19f, -1.0e19f, Limits::infinity(), Limits::quiet_NaN()};
 inline float valueAt(std::size_t i) {
     return kValues[i % (sizeof kValues / sizeof kValues[0])];
 }

@@ -153,11 +153,13 @@ Bytes flexRayUpload(std::initializer_list<Bytes> entries, std::uint8_t count) {
     return b;
 }
 
-// Uploads 146 and 212: a 24-byte header with the entry count at 16.
-Bytes multiHeader(std::uint32_t count) {
+// Uploads 146 and 212: a 24-byte header with the entry count at 16, then the entries.
+Bytes multiUpload(std::initializer_list<Bytes> entries) {
     Bytes b(16, 0);
-    put32le(b, count);
+    put32le(b, std::uint32_t(entries.size()));
     put32le(b, 0);
+    for (const Bytes& e : entries)
+        append(b, e);
     return b;
 }
 
@@ -207,25 +209,11 @@ void receiveSeeds() {
                                    3);
     const Bytes frLong = flexRayUpload({flexRayEntry(9, 1, 200, 0x0080)}, 1);  // cut to 254 bytes
     const Bytes frTruncated = flexRayUpload({flexRayEntry(5, 0, 4, 0x80), Bytes(20, 1)}, 2);
-    const Bytes can = [] {
-        Bytes b = multiHeader(3);
-        append(b, canEntry(0x100, 8, 0));
-        append(b, canEntry(0x1ABCDEF, 5, 0x80300000u));
-        append(b, canEntry(0x7FF, 64, 0x40000000u));
-        return b;
-    }();
-    const Bytes canLong = [] {
-        Bytes b = multiHeader(1);
-        append(b, canEntry(0x123, 72, 0));  // longer than a record's 64 data bytes
-        return b;
-    }();
-    const Bytes status = [] {
-        Bytes b = multiHeader(3);
-        append(b, statusEntry(4, 2));
-        append(b, statusEntry(3, 1));
-        append(b, statusEntry(4, 1));
-        return b;
-    }();
+    const Bytes can = multiUpload({canEntry(0x100, 8, 0), canEntry(0x1ABCDEF, 5, 0x80300000u),
+                                   canEntry(0x7FF, 64, 0x40000000u)});
+    // Longer than a record's 64 data bytes.
+    const Bytes canLong = multiUpload({canEntry(0x123, 72, 0)});
+    const Bytes status = multiUpload({statusEntry(4, 2), statusEntry(3, 1), statusEntry(4, 1)});
     const std::pair<std::string, std::pair<std::uint8_t, Bytes>> uploads[] = {
         {"upload-115-three-entries", {kelo::kUploadFlexRay, fr}},
         {"upload-115-long-entry", {kelo::kUploadFlexRay, frLong}},

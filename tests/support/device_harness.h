@@ -127,6 +127,13 @@ class Link : public EmulatorHost {
     bool open_ = false;
 };
 
+// A test on a KeLoCommLib object opened for FlexRay.
+class OpenLink : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(link.open()); }
+    Link link;
+};
+
 // A device opened through the exports on its own emulator.
 class ExportDevice : public EmulatorHost {
   public:
