@@ -4,6 +4,7 @@
 // the reader skipped or read in its own way.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -157,45 +158,67 @@ TEST(ReadAllOpen, FlagsZeroIsTheStrictOpenAndUnknownFlagsChangeNothing) {
     EXPECT_EQ(KFr_Fibex_Close(), 0);
 }
 
-TEST(ReadAllOpen, SignalsFramesAndTheCodecOnPackagesAndSharedNames) {
+TEST(ReadAllOpen, TheCodecOnImpliedCategoriesSharedNamesAndEveryTiming) {
+    const std::string bodyCounter = "/Body/Communication/Signals/BodyCtrl/Counter";
+    const std::string gatewayCounter = "/Body/Communication/Signals/Gateway/Counter";
+    const struct {
+        const std::string& file;
+        std::string signal;
+        int slot, cycle;
+        std::vector<unsigned char> payload;
+        float value;
+    } rows[] = {
+        {kPackages, "Speed", 5, 9, {200}, 100},
+        {kPackages, bodyCounter, 5, 9, {0, 0, 7}, 7},
+        {kPackages, "Temp", 6, 3, {0, 60}, 20},
+        {kPackages, gatewayCounter, 6, 3, {0x3A}, 10},
+        // Implied categories: x0.25; the first of two linear scales; texts and nothing decode
+        // raw; 2x - 10, the linear scale after the "SNA" text; BITFIELD_TEXTTABLE raw.
+        {kCompuMethods, "SigLinear", 3, 0, {16}, 4},
+        {kCompuMethods, "SigScale", 3, 0, {0, 0, 50}, 50},
+        {kCompuMethods, "SigTexts", 3, 0, {0, 0, 0, 1}, 1},
+        {kCompuMethods, "SigBoth", 3, 0, {0, 0, 0, 0, 30}, 50},
+        {kCompuMethods, "SigNone", 3, 0, {0, 0, 0, 0, 0, 9}, 9},
+        {kCompuMethods, "SigBitfield", 3, 0, {0, 0, 0, 0, 0, 0, 2}, 2},
+        // RollRate (x0.5 - 10) in both timings of TwoTimings; only the read-all table has 13.
+        {kTimings, "RollRate", 12, 2, {0x2C, 1}, 140},
+        {kUnreadable, "RollRate", 13, 1, {0x2C, 1}, 140},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.signal);
+        const bool fibex = row.file == kTimings || row.file == kUnreadable;
+        ASSERT_EQ(
+            (fibex ? KFr_Fibex_OpenEx : KFr_AutoSar_OpenEx)(row.file.c_str(), KELO_DB_READ_ALL), 0);
+        unsigned char payload[510] = {};
+        std::copy(row.payload.begin(), row.payload.end(), payload);
+        float value = -1;
+        const auto header =
+            rxHeader(static_cast<std::uint16_t>(row.slot), static_cast<std::uint8_t>(row.cycle));
+        EXPECT_EQ((fibex ? KFr_Fibex_decodeSignal : KFr_AutoSar_decodeSignal)(
+                      header.data(), payload, row.signal.c_str(), &value),
+                  0);
+        EXPECT_FLOAT_EQ(value, row.value);
+    }
+    unsigned char out[8] = {};
+    EXPECT_EQ(KFr_AutoSar_encodeSignal("SigBoth", 50.0f, out, 8), 0);
+    EXPECT_EQ(out[4], 30);
+    float value = 0;
+    ASSERT_EQ(KFr_Fibex_Open(kTimings.c_str()), 0);
+    EXPECT_EQ(KFr_Fibex_decodeSignal(rxHeader(13, 1).data(), out, "RollRate", &value), 17);
+    // The channel-B triggering without timing no longer clears TimedOnA's slot.
+    ASSERT_EQ(KFr_Fibex_OpenEx(kTimings.c_str(), KELO_DB_READ_ALL), 0);
+    unsigned char block[12] = {};
+    EXPECT_EQ(KFr_Fibex_GetSlotParameter("TimedOnA", 0, 0, block), 0);
+    EXPECT_EQ(le(block, 2, 2), 7u);
+    EXPECT_EQ(KFr_Fibex_Close(), 0);
+
+    // A shared SHORT-NAME is not a key; the full path is, in every query and list.
     ASSERT_EQ(KFr_AutoSar_OpenEx(kPackages.c_str(), KELO_DB_READ_ALL), 0);
-    // A shared SHORT-NAME is not a key; the full path is.
     char frame[256];
     unsigned char first = 0;
     EXPECT_EQ(KFr_AutoSar_GetFrameName_BySignalName("Counter", frame, &first), 14);
-    const struct {
-        const char* signal;
-        std::string frame;
-    } carriers[] = {{"Speed", kBodyStatus},
-                    {"Temp", kGatewayStatus},
-                    {"/Body/Communication/Signals/BodyCtrl/Counter", kBodyStatus},
-                    {"/Body/Communication/Signals/Gateway/Counter", kGatewayStatus}};
-    for (const auto& c : carriers) {
-        SCOPED_TRACE(c.signal);
-        EXPECT_EQ(KFr_AutoSar_GetFrameName_BySignalName(c.signal, frame, &first), 0);
-        EXPECT_EQ(frame, c.frame);
-    }
-
-    unsigned char payload[510] = {0xC8, 0x00, 0x07};  // Speed raw 200, BodyCtrl Counter 7
-    float value = 0;
-    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(5, 9).data(), payload, "Speed", &value), 0);
-    EXPECT_FLOAT_EQ(value, 100.0f);
-    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(5, 9).data(), payload,
-                                       "/Body/Communication/Signals/BodyCtrl/Counter", &value),
-              0);
-    EXPECT_FLOAT_EQ(value, 7.0f);
-    unsigned char gateway[510] = {0x3A, 60};  // Gateway Counter 10 (4 bits), Temp raw 60
-    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(6, 3).data(), gateway, "Temp", &value), 0);
-    EXPECT_FLOAT_EQ(value, 20.0f);
-    EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(6, 3).data(), gateway,
-                                       "/Body/Communication/Signals/Gateway/Counter", &value),
-              0);
-    EXPECT_FLOAT_EQ(value, 10.0f);
-    unsigned char out[8] = {};
-    EXPECT_EQ(KFr_AutoSar_encodeSignal("Speed", 50.0f, out, 8), 0);
-    EXPECT_EQ(out[0], 100);
-
-    // Lists name the frames by their keys, so a listed name finds its frame again.
+    EXPECT_EQ(KFr_AutoSar_GetFrameName_BySignalName(gatewayCounter.c_str(), frame, &first), 0);
+    EXPECT_EQ(frame, kGatewayStatus);
     char list[512];
     unsigned int total = 0, count = 0;
     EXPECT_EQ(KFr_AutoSar_GetAllFrameName_ByECUName("Gateway", list, sizeof list, &total, &count),
@@ -204,51 +227,8 @@ TEST(ReadAllOpen, SignalsFramesAndTheCodecOnPackagesAndSharedNames) {
     EXPECT_EQ(KFr_AutoSar_GetAllSignalName_ByFrameName(kGatewayStatus.c_str(), list, sizeof list,
                                                        &total, &count),
               0);
-    EXPECT_EQ(std::string(list), "/Body/Communication/Signals/Gateway/Counter;Temp");
-    unsigned char block[12] = {};
-    EXPECT_EQ(KFr_AutoSar_GetSlotParameter("Slow", 0, 0, block), 0);
+    EXPECT_EQ(std::string(list), gatewayCounter + ";Temp");
     EXPECT_EQ(KFr_AutoSar_Close(), 0);
-}
-
-TEST(ReadAllOpen, ImpliedCategoriesDecodeAndFibexTimingsDecodeInEveryCycleGroup) {
-    ASSERT_EQ(KFr_AutoSar_OpenEx(kCompuMethods.c_str(), KELO_DB_READ_ALL), 0);
-    // SigLinear raw 16 (x0.25), SigScale 50 (first scale), SigTexts 1 (raw), SigBoth 30
-    // (2x - 10, the rational scale after the text), SigNone 9, SigBitfield 2.
-    const unsigned char payload[510] = {16, 0, 50, 1, 30, 9, 2};
-    const struct {
-        const char* signal;
-        float value;
-    } values[] = {{"SigLinear", 4.0f}, {"SigScale", 50.0f}, {"SigTexts", 1.0f},
-                  {"SigBoth", 50.0f},  {"SigNone", 9.0f},   {"SigBitfield", 2.0f}};
-    for (const auto& v : values) {
-        SCOPED_TRACE(v.signal);
-        float value = -1;
-        EXPECT_EQ(KFr_AutoSar_decodeSignal(rxHeader(3, 0).data(), payload, v.signal, &value), 0);
-        EXPECT_FLOAT_EQ(value, v.value);
-    }
-    unsigned char out[8] = {};
-    EXPECT_EQ(KFr_AutoSar_encodeSignal("SigBoth", 50.0f, out, 8), 0);
-    EXPECT_EQ(out[4], 30);
-    EXPECT_EQ(KFr_AutoSar_Close(), 0);
-
-    // RollRate (x0.5 - 10) sits in TwoTimings, which only the read-all table has at slot 13.
-    const unsigned char roll[510] = {0x2C, 0x01};  // raw 300
-    float value = 0;
-    ASSERT_EQ(KFr_Fibex_Open(kTimings.c_str()), 0);
-    EXPECT_EQ(KFr_Fibex_decodeSignal(rxHeader(13, 1).data(), roll, "RollRate", &value), 17);
-    ASSERT_EQ(KFr_Fibex_OpenEx(kUnreadable.c_str(), KELO_DB_READ_ALL), 0);
-    for (int slot : {12, 13}) {
-        EXPECT_EQ(
-            KFr_Fibex_decodeSignal(rxHeader(static_cast<std::uint16_t>(slot), 14 - slot).data(),
-                                   roll, "RollRate", &value),
-            0);
-        EXPECT_FLOAT_EQ(value, 140.0f);
-    }
-    // The channel-B triggering without timing no longer clears TimedOnA's slot.
-    unsigned char block[12] = {};
-    EXPECT_EQ(KFr_Fibex_GetSlotParameter("TimedOnA", 0, 0, block), 0);
-    EXPECT_EQ(le(block, 2, 2), 7u);
-    EXPECT_EQ(KFr_Fibex_Close(), 0);
 }
 
 TEST(ReadAllOpen, NotesSayWhatWasSkippedOrReadInItsOwnWay) {
