@@ -3,6 +3,7 @@
 // that references name; compu-methods without a known CATEGORY get the one their scales imply.
 #include <algorithm>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "autosar/autosar_reader.h"
@@ -38,23 +39,34 @@ constexpr ReadName kReadNames[] = {
 const char* const kKindNames[kKindCount] = {
     "unit", "compu-method", "port", "system signal", "signal", "PDU", "frame", "ECU", "cluster"};
 
+// The SHORT-NAME of an identifiable element: its first child element (where the schema puts
+// it), so elements with many children and no name (ELEMENTS, AR-PACKAGES) cost one step.
 std::string shortNameOf(Element element) {
-    const Element name = xml::firstChild(element, "SHORT-NAME");
-    return name ? xml::trimSpaces(xml::textContent(name)) : std::string();
+    Element first = element.first_child();
+    while (first && first.type() != pugi::node_element)
+        first = first.next_sibling();
+    if (!first || !xml::sameName(first.name(), "SHORT-NAME")) return std::string();
+    return xml::trimSpaces(xml::textContent(first));
 }
 
 // "/Package/Sub/Element": the SHORT-NAMEs of the element and of every ancestor that has one.
-std::string fullPath(Element element) {
-    std::vector<std::string> names;
-    for (Element e = element; e && e.type() == pugi::node_element; e = e.parent()) {
-        if (Element name = xml::firstChild(e, "SHORT-NAME"))
-            names.push_back(xml::trimSpaces(xml::textContent(name)));
+// Ancestors' paths are kept, so each is built once however many elements it holds.
+class PathIndex {
+  public:
+    const std::string& of(Element element) {
+        const auto known = paths_.find(element.internal_object());
+        if (known != paths_.end()) return known->second;
+        std::string path;
+        const Element parent = element.parent();
+        if (parent && parent.type() == pugi::node_element) path = of(parent);
+        const std::string name = shortNameOf(element);
+        if (!name.empty()) path += "/" + name;
+        return paths_.emplace(element.internal_object(), std::move(path)).first->second;
     }
-    std::string path;
-    for (auto it = names.rbegin(); it != names.rend(); ++it)
-        path += "/" + *it;
-    return path;
-}
+
+  private:
+    std::unordered_map<const void*, std::string> paths_;
+};
 
 bool knownCategory(const std::string& category) {
     static const char* const kKnown[] = {"IDENTICAL", "LINEAR", "SCALE_LINEAR", "TEXTTABLE",
@@ -100,10 +112,11 @@ void AutoSarReader::IndexElements() {
         auto& entry = kinds_[static_cast<std::size_t>(f.kind)].byShortName[f.shortName];
         ++entry.second;
     }
+    PathIndex paths;
     for (const Found& f : found) {
         KindIndex& kind = kinds_[static_cast<std::size_t>(f.kind)];
         auto& entry = kind.byShortName[f.shortName];
-        const std::string path = fullPath(f.element);
+        const std::string path = paths.of(f.element);
         std::string key = f.shortName;
         if (entry.second > 1) {
             key = path;
