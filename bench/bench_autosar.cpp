@@ -5,6 +5,8 @@
 // Per size, two benchmarks run back to back:
 //   BM_AutosarBareParse/<n>MB  pugi::xml_document::load_file (default options) of the file.
 //   BM_AutosarLoad/<n>MB       a fresh AutoSarReader filled by ReadAUTOSARData.
+// and after them, per size, BM_AutosarLoadReadAll/<n>MB: the same with the read-all rules
+// (KELO_DB_READ_ALL), whose element index must stay linear in the file too.
 // Building and destroying the reader is not timed. Counters:
 //   file_mb                  file size in MiB (bytes_per_second gives the throughput)
 //   ratio_to_bare_parse      load time / bare parse time of the same file in the same run
@@ -53,18 +55,31 @@ void BM_AutosarBareParse(benchmark::State& state, int index) {
     state.SetLabel(labelOf(file->stats));
 }
 
+Elapsed timeLoads(benchmark::State& state, int index, bool readAll) {
+    const auto* file = gFiles.get(index);
+    ensureBareParse(file->path, gBare[index]);
+    return runLoad(state, file->bytes, gBare[index],
+                   "ReadAUTOSARData did not load the generated file", [&](auto&& time) {
+                       auto reader = std::make_unique<AutoSarReader>(std::string(), readAll);
+                       time([&] { reader->ReadAUTOSARData(file->path); });
+                       benchmark::DoNotOptimize(reader->Database().signals.size());
+                       return reader->IsLoaded();
+                   });
+}
+
+void BM_AutosarLoadReadAll(benchmark::State& state, int index) {
+    const auto* file = gFiles.get(index);
+    if (!file) return state.SkipWithError(gFiles.error().c_str());
+    const Elapsed mean = timeLoads(state, index, true);
+    if (mean.wall > 0.0)
+        state.counters["ms_per_mb"] = mean.wall * 1000.0 / megabytesOf(file->bytes);
+    state.SetLabel(labelOf(file->stats));
+}
+
 void BM_AutosarLoad(benchmark::State& state, int index) {
     const auto* file = gFiles.get(index);
     if (!file) return state.SkipWithError(gFiles.error().c_str());
-    ensureBareParse(file->path, gBare[index]);
-    const Elapsed mean =
-        runLoad(state, file->bytes, gBare[index], "ReadAUTOSARData did not load the generated file",
-                [&](auto&& time) {
-                    auto reader = std::make_unique<AutoSarReader>();
-                    time([&] { reader->ReadAUTOSARData(file->path); });
-                    benchmark::DoNotOptimize(reader->Database().signals.size());
-                    return reader->IsLoaded();
-                });
+    const Elapsed mean = timeLoads(state, index, false);
     if (mean.wall <= 0.0) return;
     gLoadMsPerMb[index] = mean.wall * 1000.0 / megabytesOf(file->bytes);
     state.counters["ms_per_mb"] = gLoadMsPerMb[index];
@@ -80,9 +95,19 @@ void BM_AutosarLoad(benchmark::State& state, int index) {
     state.SetLabel(labelOf(file->stats));
 }
 
-[[maybe_unused]] const bool gRegistered =
-    (registerLoadPairs(gFiles.sizes(), "BM_AutosarBareParse", BM_AutosarBareParse, "BM_AutosarLoad",
-                       BM_AutosarLoad),
-     true);
+[[maybe_unused]] const bool gRegistered = (
+    registerLoadPairs(gFiles.sizes(), "BM_AutosarBareParse", BM_AutosarBareParse, "BM_AutosarLoad",
+                      BM_AutosarLoad),
+    [] {
+        for (std::size_t i = 0; i < gFiles.sizes().size(); ++i)
+            benchmark::RegisterBenchmark(
+                ("BM_AutosarLoadReadAll/" + std::to_string(gFiles.sizes()[i].megabytes) + "MB")
+                    .c_str(),
+                BM_AutosarLoadReadAll, static_cast<int>(i))
+                ->Iterations(gFiles.sizes()[i].iterations)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+    }(),
+    true);
 
 }  // namespace
