@@ -86,7 +86,8 @@ TEST_F(OpenLink, RegisterBitsReadValue) {
 }
 
 // Fr_WriteValue reads the word and writes it back with one bit changed (the export always uses
-// kind 1); Fr_Set_WorkMode writes the mode word outright (bit 29 for flag 1).
+// kind 1; its two frames: the operations table); Fr_Set_WorkMode writes the mode word outright
+// (bit 29 for flag 1).
 TEST_F(OpenLink, RegisterBitsWriteValueAndWorkMode) {
     const struct {
         std::uint8_t kind, controller;
@@ -103,13 +104,8 @@ TEST_F(OpenLink, RegisterBitsWriteValueAndWorkMode) {
         SCOPED_TRACE(::testing::Message() << "before " << std::hex << c.before << " which "
                                           << c.which << " value " << c.value);
         link.emu.setRegisterWord(c.kind, c.controller, c.before);
-        link.emu.clearReceived();
         EXPECT_EQ(link.dev->Fr_WriteValue(c.kind, c.controller, c.which, c.value), 0);
         EXPECT_EQ(link.emu.registerWord(c.kind, c.controller), c.after);
-        EXPECT_EQ(codesOf(commandsSent(link.emu)),
-                  (std::vector<int>{kelo::kCmdReadRegister, kelo::kCmdWriteRegister}));
-        EXPECT_EQ(payloadsOf(link.emu, kelo::kCmdWriteRegister),
-                  (std::vector<Bytes>{cat({{c.kind, c.controller}, le32(c.after)})}));
     }
     link.emu.clearReceived();
     link.emu.refuse(kelo::kCmdReadRegister, 0x21, 1);
@@ -123,11 +119,9 @@ TEST_F(OpenLink, RegisterBitsWriteValueAndWorkMode) {
     } modes[] = {{2, 1, 0x20000000u}, {1, 2, 2u}, {-1, 0, 0u}};  // (1, 1): the repack tests
     for (auto& m : modes) {
         SCOPED_TRACE(::testing::Message() << "mode " << int(m.mode) << " flag " << int(m.flag));
-        link.emu.setRegisterWord(1, 1, 0xDEADBEEFu);
-        link.emu.clearReceived();
+        link.emu.setRegisterWord(1, 1, 0xDEADBEEFu);  // written outright, not modified
         EXPECT_EQ(link.dev->Fr_Set_WorkMode(1, 1, m.mode, m.flag), 0);
         EXPECT_EQ(link.emu.registerWord(1, 1), m.word);
-        EXPECT_EQ(link.emu.count(kelo::kCmdReadRegister), 0u) << "written, not modified";
     }
 }
 
@@ -270,14 +264,11 @@ Bytes statusEntry(std::uint16_t type, std::uint16_t state) {
 }
 
 // Status uploads set the bus-active flag (entries of type 4 only, applied in order; state 2 is
-// passive, 1 active, anything else changes nothing). FlexRay transmissions on a passive bus give
-// 18 and send nothing; a refused multi-frame entry stays staged.
+// passive, 1 active, anything else changes nothing). A FlexRay transmission on a passive bus gives
+// 18 and sends nothing (the multi-frame one: the counter test).
 TEST_F(OpenLink, BusActiveStatusUploadsGateFlexRayTransmit) {
     auto upload = [&](std::initializer_list<Bytes> entries) {
-        Bytes p = cat({zeros(16), le32(std::uint32_t(entries.size())), zeros(4)});
-        for (const Bytes& e : entries)
-            p.insert(p.end(), e.begin(), e.end());
-        link.emu.sendFrame(kelo::kUploadStatus, p);
+        link.emu.sendFrame(kelo::kUploadStatus, multiPayload(entries));
         return link.sync();
     };
     ASSERT_TRUE(upload({statusEntry(5, 2), statusEntry(0x0104, 2), statusEntry(0x0400, 2)}));
@@ -289,21 +280,13 @@ TEST_F(OpenLink, BusActiveStatusUploadsGateFlexRayTransmit) {
     ASSERT_TRUE(upload({statusEntry(4, 2), statusEntry(4, 0x0201)}));  // state word 0x0201, not 1
     EXPECT_FALSE(link.dev->busActive());
 
-    Bytes data = {1, 2, 3, 4}, staged = {5, 6};
-    unsigned char result = 0;
-    EXPECT_EQ(link.dev->Fr_Transmit(1, 3, data.data(), 2), 18);
-    ASSERT_EQ(link.dev->Fr_FillData_beforeTransmit_MultiFrame(0, 3, staged.data(), 2), 0);
-    EXPECT_EQ(link.dev->Fr_Transmit_MultiFrame(1, 1, &result, 0), 18);
-    link.emu.uploadBusState(3);  // not a state: changes nothing
-    ASSERT_TRUE(link.sync());
+    Bytes data = {1, 2, 3, 4};
     EXPECT_EQ(link.dev->Fr_Transmit(1, 3, data.data(), 2), 18);
     ASSERT_TRUE(link.sync());
     EXPECT_EQ(link.emu.count(kelo::kCmdTransmit), 0u);
-    EXPECT_EQ(link.emu.count(kelo::kCmdMultiTransmit), 0u);
     link.emu.uploadBusState(1);
     ASSERT_TRUE(link.sync());
     EXPECT_EQ(link.dev->Fr_Transmit(1, 3, data.data(), 2), 0);
-    EXPECT_EQ(link.dev->Fr_Transmit_MultiFrame(1, 1, &result, 1), 0);
 }
 
 // State = bits 8-10 of the word at reply bytes 2-3 (little-endian), sub-state = byte 10, status =

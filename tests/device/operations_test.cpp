@@ -84,29 +84,6 @@ const Bytes kCanData = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xEE};
 // identifier 0x00000123, frame type 1, flags 1/0/1, length 5, three spare bytes
 const Bytes kCanFrame = {0x23, 0x01, 0x00, 0x00, 0x01, 0x01, 0x00, 0x01, 0x05, 0xEE, 0xEE, 0xEE};
 
-Bytes canTransmitPayload() {
-    Bytes header = zeros(24), entry = zeros(40);
-    header[16] = 1;
-    entry[20] = 2;
-    entry[21] = kCanChannel;
-    const Bytes flags = le32(0x40000000u | 0x800000u | 0x100000u);
-    std::copy(flags.begin(), flags.end(), entry.begin() + 24);
-    std::copy(kCanFrame.begin(), kCanFrame.begin() + 4, entry.begin() + 28);
-    entry[32] = 5;
-    return cat({header, entry, firstN(kCanData, 5)});
-}
-
-Bytes multiFramePayload() {
-    Bytes header = zeros(24), e0 = zeros(40);
-    header[16] = 2;  // count; counter (bytes 20-23) is 0 on a fresh object
-    e0[20] = 1;
-    e0[21] = kController;
-    e0[22] = 9;
-    e0[33] = 2;
-    Bytes e1 = withByte(withByte(e0, 22, 10), 33, 1);
-    return cat({header, e0, {0xA0, 0xA1, 0xA2, 0xA3}, e1, {0xB0, 0xB1}});
-}
-
 std::vector<Operation> operations() {
     using L = CommunicationLib;
     const Bytes cluster = record(48, 0x30), fifo = record(50, 0x80);
@@ -189,7 +166,8 @@ std::vector<Operation> operations() {
            {{112, cat({{kController, 2}, ramp(10, 0xB0)})}}),
         op("CAN_Transmit", Bus::Can, 145, 1000,
            [](L& d) { return d.CAN_Transmit(Bytes(kCanFrame).data(), Bytes(kCanData).data()); },
-           {{145, canTransmitPayload()}}),
+           {{145, multiPayload({multiEntry(2, kCanChannel, 0, 0x40000000u | 0x800000u | 0x100000u,
+                                           0x123, firstN(kCanData, 5))})}}),
         op("Fr_Transmit_MultiFrame", Bus::FlexRay, 145, 1000,
            [](L& d) {
                Bytes a = {0xA0, 0xA1, 0xA2, 0xA3}, b = {0xB0, 0xB1};
@@ -198,7 +176,8 @@ std::vector<Operation> operations() {
                unsigned char result = 0;
                return int(d.Fr_Transmit_MultiFrame(kController, 2, &result, 1));
            },
-           {{145, multiFramePayload()}}),
+           {{145, multiPayload({multiEntry(1, kController, 9, 0, 0, {0xA0, 0xA1, 0xA2, 0xA3}),
+                                multiEntry(1, kController, 10, 0, 0, {0xB0, 0xB1})})}}),
     };
 }
 

@@ -13,24 +13,14 @@ using CanRecord = std::array<std::uint8_t, kelo::kCanRecordSize>;
 
 constexpr std::uint8_t kCanChannel = 3;
 
-kelo::emu::FlexRayEntry entry() {
-    kelo::emu::FlexRayEntry e;
-    e.slot = 0x6261;
-    e.payload = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5};
-    return e;
-}
-kelo::emu::CanEntry canEntry() {
-    kelo::emu::CanEntry c;
-    c.identifier = 0x1ABCDEF0u;
-    c.data = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7};
-    return c;
-}
+const kelo::emu::FlexRayEntry kFrEntry = flexRayEntry(0x6261, ramp(6, 0xA0));
+const kelo::emu::CanEntry kCanEntry = canEntry(0x1ABCDEF0u, ramp(8, 0xD0));
 
 // Uploads are taken only between Fr_StartFrRxUpload and Fr_StopFrRxUpload, whatever the device
 // answered to them. The switch flips before the command goes out: an upload that arrives while
 // the start waits for its reply is taken, one that arrives while the stop waits is discarded.
 TEST_F(OpenLink, UploadsAreTakenOnlyWhileSwitchedOn) {
-    auto upload = [&] { link.emu.uploadFlexRay({entry()}); };
+    auto upload = [&] { link.emu.uploadFlexRay({kFrEntry}); };
     upload();
     ASSERT_TRUE(link.sync());
     EXPECT_EQ(link.dev->Fr_framesAvailable(), 0u) << "before the start";
@@ -82,7 +72,7 @@ TEST(DeviceReceiveResult, ClosedAndNeverOpenedLinks) {
     Link flexRay;
     ASSERT_TRUE(flexRay.open());
     ASSERT_EQ(flexRay.dev->Fr_StartFrRxUpload(0), 0);
-    flexRay.emu.uploadFlexRay({entry()});
+    flexRay.emu.uploadFlexRay({kFrEntry});
     ASSERT_TRUE(flexRay.sync());
     ASSERT_EQ(flexRay.dev->Fr_framesAvailable(), 1u);
     flexRay.forget();
@@ -92,12 +82,12 @@ TEST(DeviceReceiveResult, ClosedAndNeverOpenedLinks) {
 
     Link link;
     ASSERT_TRUE(link.open(Bus::Can, kCanChannel));
-    link.emu.uploadCan({canEntry()});
+    link.emu.uploadCan({kCanEntry});
     ASSERT_TRUE(link.sync());
     link.forget();
     ASSERT_EQ(link.dev->CAN_Close(), 0);
     EXPECT_EQ(link.dev->CAN_Receive(can.data(), 60000), 0);
-    EXPECT_EQ(rd32(&can[16]), canEntry().identifier);
+    EXPECT_EQ(rd32(&can[16]), kCanEntry.identifier);
     EXPECT_EQ(link.dev->CAN_Receive(can.data(), 60000), 4);
 }
 
@@ -124,7 +114,7 @@ TEST(DeviceReceiveResult, CloseFromAnotherThreadReleasesTheReceiver) {
             tookFirst.set_value();
             return first == 0 ? int(receive()) : 100 + first;  // 100 + x: the first failed with x
         });
-        bus == Bus::FlexRay ? link.emu.uploadFlexRay({entry()}) : link.emu.uploadCan({canEntry()});
+        bus == Bus::FlexRay ? link.emu.uploadFlexRay({kFrEntry}) : link.emu.uploadCan({kCanEntry});
         tookFirst.get_future().wait();
         EXPECT_EQ(bus == Bus::FlexRay ? dev.Fr_Close() : dev.CAN_Close(), 0);
         EXPECT_EQ(waiter.get(), 4);

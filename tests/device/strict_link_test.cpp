@@ -18,15 +18,14 @@ TEST(StrictLink, ForeignLateAndDuplicatedRepliesAnswerNobody) {
     const std::uint8_t code = kelo::kCmdConfigureNode;
     for (std::uint16_t sequence : {std::uint16_t{0x7777}, std::uint16_t{0}}) {
         SCOPED_TRACE(sequence);
-        link.emu.delay(code, 600000, 1);
-        const std::size_t before = link.emu.count(code);
-        auto op = std::async(std::launch::async, [&] { return link.dev->Fr_Configure_Node(1); });
-        ASSERT_TRUE(link.emu.waitFor(code, before + 1, 2000));
-        const std::uint16_t right = link.emu.received(code).back().sequence;
-        link.emu.sendFrame(code, {1, 9}, sequence == right ? right ^ 1 : sequence);
-        EXPECT_TRUE(link.sync());
-        link.emu.sendFrame(code, {1, 0}, right);
-        EXPECT_EQ(op.get(), 0);
+        auto foreignReply = [&] {
+            const std::uint16_t right = link.emu.received(code).back().sequence;
+            link.emu.sendFrame(code, {1, 9}, sequence == right ? right ^ 1 : sequence);
+            EXPECT_TRUE(link.sync());
+        };
+        EXPECT_EQ(link.scripted(
+                      code, {1, 0}, [&] { return link.dev->Fr_Configure_Node(1); }, foreignReply),
+                  0);
     }
     link.emu.delay(code, 600000, 1);
     EXPECT_EQ(link.dev->Fr_Configure_Node(1), 2);
@@ -45,9 +44,7 @@ TEST(StrictLink, ForeignLateAndDuplicatedRepliesAnswerNobody) {
 
 // Uploads `total` CAN records, 1,000 per frame, then waits for them to be dispatched.
 void uploadCanRecords(Link& link, std::size_t total) {
-    kelo::emu::CanEntry e;
-    e.identifier = 0x100;
-    e.data = {1, 2, 3, 4, 5};
+    const kelo::emu::CanEntry e = canEntry(0x100, {1, 2, 3, 4, 5});
     for (std::size_t sent = 0; sent < total;) {
         const std::size_t n = std::min<std::size_t>(1000, total - sent);
         link.emu.uploadCan(std::vector<kelo::emu::CanEntry>(n, e));

@@ -85,18 +85,11 @@ Bytes slotRecord(std::uint8_t index, std::uint16_t slot, std::uint8_t words, std
         repetition, 0,     0};
 }
 
-// 145 with one entry of `kind` (1 FlexRay, 2 CAN) at byte 24: channel 21, buffer 22, flags 24-27,
-// identifier 28-31, data length 32, FlexRay words 33, data from 40.
+// 145 with one entry (kelo_testing::multiEntry).
 Bytes multiTransmit(std::uint8_t kind, std::uint8_t channel, std::uint8_t buffer,
                     std::uint32_t flags, std::uint32_t id, const Bytes& data) {
-    Bytes p(24 + 40 + data.size(), 0);
-    kelo::putLe32(&p[16], 1);
-    p[44] = kind, p[45] = channel, p[46] = buffer;
-    kelo::putLe32(&p[48], flags);
-    kelo::putLe32(&p[52], id);
-    p[kind == 1 ? 57 : 56] = static_cast<std::uint8_t>(kind == 1 ? data.size() / 2 : data.size());
-    std::copy(data.begin(), data.end(), p.begin() + 64);
-    return p;
+    return kelo_testing::multiPayload(
+        {kelo_testing::multiEntry(kind, channel, buffer, flags, id, data)});
 }
 
 // The entries of a 115 upload (byte 1 the count): 28-byte heads, the word count at 21, each

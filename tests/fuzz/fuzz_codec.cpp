@@ -30,44 +30,14 @@
 
 namespace {
 
-// What one format offers the codec: its exports and the names loaded from its example.
+// One format's exports and the names loaded from its example.
 struct Format {
-    unsigned char (*frameName)(const unsigned char*, char*);
-    unsigned char (*frameBySignal)(const char*, char*, unsigned char*);
-    unsigned char (*decode)(const unsigned char*, const unsigned char*, const char*, float*);
-    unsigned char (*encode)(const char*, float, unsigned char*, unsigned char);
-    kelo_fuzz::SlotQuery slot;
+    const kelo_fuzz::DatabaseExports& db;
     std::vector<std::string> signals;
     unsigned int maxName = 0;
 };
-
-Format fibex{KFr_Fibex_GetFrameName,
-             KFr_Fibex_GetFrameName_BySignalName,
-             KFr_Fibex_decodeSignal,
-             KFr_Fibex_encodeSignal,
-             KFr_Fibex_GetSlotParameter,
-             {},
-             0};
-Format autosar{KFr_AutoSar_GetFrameName,
-               KFr_AutoSar_GetFrameName_BySignalName,
-               KFr_AutoSar_decodeSignal,
-               KFr_AutoSar_encodeSignal,
-               KFr_AutoSar_GetSlotParameter,
-               {},
-               0};
-
-// The signals of every frame of every cluster, through the list exports.
-std::vector<std::string> autosarSignals() {
-    std::vector<std::string> clusters;
-    kelo_fuzz::readList(KFr_AutoSar_GetAllClusterName, clusters);
-    std::vector<std::string> frames;
-    for (const std::string& cluster : clusters)
-        kelo_fuzz::readList(KFr_AutoSar_GetAllFrameName_ByClusterName, cluster, frames);
-    std::vector<std::string> signals;
-    for (const std::string& frame : frames)
-        kelo_fuzz::readList(KFr_AutoSar_GetAllSignalName_ByFrameName, frame, signals);
-    return signals;
-}
+Format fibex{kelo_fuzz::kFibexExports, {}, 0};
+Format autosar{kelo_fuzz::kAutosarExports, {}, 0};
 
 void mustLoad(unsigned char status, const char* what) {
     if (status == 0) return;
@@ -83,7 +53,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     KFr_Fibex_GetMaxNameLength(&fibex.maxName);
     mustLoad(KFr_AutoSar_Open(KELO_EXAMPLES_DIR "/chassis-flexray-4.2.arxml"),
              "chassis-flexray-4.2.arxml");
-    autosar.signals = autosarSignals();
+    autosar.signals = kelo_fuzz::autosarNames().signals;
     KFr_AutoSar_GetMaxNameLength(&autosar.maxName);
     if (fibex.signals.empty() || autosar.signals.empty()) mustLoad(1, "a signal list");
     // Enter every frame a signal query can name now, so that no input allocates for good.
@@ -91,7 +61,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
         std::vector<char> frame(format->maxName);
         unsigned char firstUse = 0;
         for (const std::string& signal : format->signals)
-            format->frameBySignal(signal.c_str(), frame.data(), &firstUse);
+            format->db.getFrameNameBySignalName(signal.c_str(), frame.data(), &firstUse);
     }
     return 0;
 }
@@ -126,19 +96,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Name outputs are exactly as large as the database's longest name.
     std::vector<char> nameBuf(format.maxName);
     unsigned char firstUse = 0;
-    if (format.frameBySignal(name.c_str(), nameBuf.data(), &firstUse) == 0 && (flags & 4))
-        kelo_fuzz::headerForFrame(format.slot, nameBuf.data(), header);
-    format.frameName(header, nameBuf.data());
+    if (format.db.getFrameNameBySignalName(name.c_str(), nameBuf.data(), &firstUse) == 0 &&
+        (flags & 4))
+        kelo_fuzz::headerForFrame(format.db.getSlotParameter, nameBuf.data(), header);
+    format.db.getFrameName(header, nameBuf.data());
 
     std::vector<unsigned char> payload(510, 0);
     if (restSize > 0) std::memcpy(payload.data(), rest, std::min(restSize, payload.size()));
     float decoded = 0.0f;
-    format.decode(header, payload.data(), name.c_str(), &decoded);
+    format.db.decodeSignal(header, payload.data(), name.c_str(), &decoded);
 
     // Encode into a buffer of exactly the given length, starting from the received payload.
     std::unique_ptr<unsigned char[]> out(new unsigned char[encodeLength]);
     std::memcpy(out.get(), payload.data(), encodeLength);
-    format.encode(name.c_str(), value, out.get(), encodeLength);
-    format.encode(name.c_str(), decoded, out.get(), encodeLength);
+    format.db.encodeSignal(name.c_str(), value, out.get(), encodeLength);
+    format.db.encodeSignal(name.c_str(), decoded, out.get(), encodeLength);
     return 0;
 }

@@ -158,6 +158,38 @@ inline unsigned char readList(KeyedListQuery query, const std::string& key,
         out);
 }
 
+// Every name the list queries give, each list also read once into a 7-byte buffer.
+inline Names autosarNames() {
+    Names names;
+    readList(KFr_AutoSar_GetAllClusterName, names.clusters);
+    readList(KFr_AutoSar_GetAllECUName, names.ecus);
+    char small[7];
+    unsigned int total = 0;
+    unsigned int count = 0;
+    KFr_AutoSar_GetAllECUName(small, sizeof small, &total, &count);
+    for (const std::string& cluster : names.clusters) {
+        readList(KFr_AutoSar_GetAllFrameName_ByClusterName, cluster, names.frames);
+        KFr_AutoSar_GetAllFrameName_ByClusterName(cluster.c_str(), small, sizeof small, &total,
+                                                  &count);
+    }
+    std::vector<std::string> ecuFrames;
+    for (const std::string& ecu : names.ecus)
+        readList(KFr_AutoSar_GetAllFrameName_ByECUName, ecu, ecuFrames);
+    names.frames.insert(names.frames.end(), ecuFrames.begin(), ecuFrames.end());
+    std::sort(names.frames.begin(), names.frames.end());
+    names.frames.erase(std::unique(names.frames.begin(), names.frames.end()), names.frames.end());
+    if (names.frames.size() > kNameCap) names.frames.resize(kNameCap);
+    for (const std::string& frame : names.frames) {
+        readList(KFr_AutoSar_GetAllSignalName_ByFrameName, frame, names.signals);
+        KFr_AutoSar_GetAllSignalName_ByFrameName(frame.c_str(), small, sizeof small, &total,
+                                                 &count);
+    }
+    // Unknown keys (22) and a null key (5).
+    KFr_AutoSar_GetAllFrameName_ByClusterName("", small, sizeof small, &total, &count);
+    KFr_AutoSar_GetAllSignalName_ByFrameName(nullptr, small, sizeof small, &total, &count);
+    return names;
+}
+
 using SlotQuery = unsigned char (*)(const char*, unsigned char, unsigned char, unsigned char*);
 
 // A 28-byte received-frame header (slot identifier little-endian at 16, cycle at 19) for the
@@ -183,7 +215,8 @@ inline float valueAt(std::size_t i) {
     return kValues[i % (sizeof kValues / sizeof kValues[0])];
 }
 
-// One format's database exports, so that one exercise serves both readers' fuzz targets.
+// One format's database exports, so that one exercise serves both readers' fuzz targets (and
+// the codec target picks its format's codec from them).
 struct DatabaseExports {
     unsigned char (*getMaxNameLength)(unsigned int*);
     SlotQuery getSlotParameter;
@@ -199,6 +232,27 @@ struct DatabaseExports {
     unsigned char (*transmit)(unsigned char, unsigned char, const char*, unsigned char*,
                               unsigned char);
 };
+
+inline const DatabaseExports kFibexExports{KFr_Fibex_GetMaxNameLength,
+                                           KFr_Fibex_GetSlotParameter,
+                                           KFr_Fibex_GetFrameName,
+                                           KFr_Fibex_GetFrameName_BySignalName,
+                                           KFr_Fibex_decodeSignal,
+                                           KFr_Fibex_encodeSignal,
+                                           KFr_Fibex_GetParameter,
+                                           KFr_Fibex_GetControllerParameter,
+                                           KFr_Fibex_Set_Slot_Parameter_Wrapper,
+                                           KFr_Fibex_Transmit_Wrapper};
+inline const DatabaseExports kAutosarExports{KFr_AutoSar_GetMaxNameLength,
+                                             KFr_AutoSar_GetSlotParameter,
+                                             KFr_AutoSar_GetFrameName,
+                                             KFr_AutoSar_GetFrameName_BySignalName,
+                                             KFr_AutoSar_decodeSignal,
+                                             KFr_AutoSar_encodeSignal,
+                                             KFr_AutoSar_GetParameter,
+                                             KFr_AutoSar_GetControllerParameter,
+                                             KFr_AutoSar_Set_Slot_Parameter_Wrapper,
+                                             KFr_AutoSar_Transmit_Wrapper};
 
 // Uses a loaded database the way an application does: name and slot queries per frame, the
 // codec on every signal (decoded at its frame's slot and cycle from the input's own bytes,

@@ -16,11 +16,13 @@
 #include <utility>
 #include <vector>
 
-#include "device/crc16.h"
 #include "device/protocol_table.h"
+#include "unit/frame_test_support.h"
+#include "wire.h"
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
+using kelo_test::referenceFrame;  // one frame as it appears on the wire
 
 namespace {
 
@@ -45,20 +47,6 @@ void put32le(Bytes& b, std::uint32_t v) {
 }
 void append(Bytes& b, const Bytes& more) {
     b.insert(b.end(), more.begin(), more.end());
-}
-
-// One frame as it appears on the wire.
-Bytes wireFrame(std::uint8_t command, std::uint16_t sequence, const Bytes& payload) {
-    Bytes f{0xAA};
-    put16be(f, sequence);
-    put16be(f, unsigned(payload.size()));
-    f.push_back(command);
-    put16be(f, kelo::crc16Arc(0, f.data(), f.size()));
-    if (!payload.empty()) {
-        append(f, payload);
-        put16be(f, kelo::crc16Arc(0, payload.data(), payload.size()));
-    }
-    return f;
 }
 
 // fuzz_receive, mode 1: the target builds the frames (command, sequence, length, payload).
@@ -129,21 +117,17 @@ Bytes replyPayload(std::uint8_t code) {
     return b;
 }
 
-// Upload 115: entry count at 1, entries of 28 bytes plus 2 x words payload bytes.
+// Upload entries packed by the emulator. 115: entry count at 1, entries of 28 bytes (bytes 0-11
+// counting from 1) plus 2 x words payload bytes.
 Bytes flexRayEntry(std::uint16_t slot, std::uint8_t cycle, std::uint8_t words,
                    std::uint16_t status) {
-    Bytes e(28, 0);
-    for (int i = 0; i < 12; ++i)
-        e[std::size_t(i)] = std::uint8_t(i + 1);
-    e[18] = std::uint8_t(slot);
-    e[19] = std::uint8_t(slot >> 8);
-    e[20] = cycle;
-    e[21] = words;
-    e[24] = std::uint8_t(status);
-    e[25] = std::uint8_t(status >> 8);
+    kelo::emu::FlexRayEntry e{
+        {0x04030201u, 0x08070605u, 0x0C0B0A09u}, 0, {}, slot, cycle, 0, status, {}};
     for (unsigned i = 0; i < 2u * words; ++i)
-        e.push_back(std::uint8_t(i * 3 + slot));
-    return e;
+        e.payload.push_back(std::uint8_t(i * 3 + slot));
+    Bytes b;
+    kelo::emu::appendFlexRayEntry(b, e);
+    return b;
 }
 
 Bytes flexRayUpload(std::initializer_list<Bytes> entries, std::uint8_t count) {
@@ -155,29 +139,20 @@ Bytes flexRayUpload(std::initializer_list<Bytes> entries, std::uint8_t count) {
 
 // Uploads 146 and 212: a 24-byte header with the entry count at 16, then the entries.
 Bytes multiUpload(std::initializer_list<Bytes> entries) {
-    Bytes b(16, 0);
-    put32le(b, std::uint32_t(entries.size()));
-    put32le(b, 0);
+    Bytes b = kelo::emu::multiHeader(std::uint32_t(entries.size()));
     for (const Bytes& e : entries)
         append(b, e);
     return b;
 }
 
+// Word 4-7 passed through, time stamp 1234567 us, channel 1, data counting from 0.
 Bytes canEntry(std::uint32_t id, std::uint8_t length, std::uint32_t flags) {
-    Bytes e(4, 0);
-    put32le(e, 0xCAFE);                           // word passed through
-    put32le(e, 1234567);                          // time stamp, low word (microseconds)
-    put32le(e, 0);                                // time stamp, high word
-    e.insert(e.end(), {0, 0, 0, 0, 2, 1, 0, 0});  // 16-19, bus kind 2, channel 1
-    put32le(e, flags);
-    put32le(e, id);
-    e.push_back(length);
-    e.resize(40, 0);
+    kelo::emu::CanEntry e{0xCAFE, 1234567, flags, id, Bytes(length)};
     for (unsigned i = 0; i < length; ++i)
-        e.push_back(std::uint8_t(i));
-    while (e.size() % 4)
-        e.push_back(0);
-    return e;
+        e.data[i] = std::uint8_t(i);
+    Bytes b;
+    kelo::emu::appendCanEntry(b, e, 1);
+    return b;
 }
 
 Bytes statusEntry(std::uint16_t type, std::uint16_t state) {
@@ -197,7 +172,7 @@ void receiveSeeds() {
         const std::string id = std::to_string(code);
         writeSeed("fuzz_receive", "reply-" + id, builtInput({{code, payload}}));
         writeSeed("fuzz_receive", "raw-reply-" + id,
-                  rawInput(wireFrame(code, 0x8001, payload), 1500));
+                  rawInput(referenceFrame(0x8001, code, payload), 1500));
         all.emplace_back(code, payload);
     }
     // A refused reply and one that is one byte too short.
@@ -224,8 +199,9 @@ void receiveSeeds() {
     };
     for (const auto& upload : uploads) {
         writeSeed("fuzz_receive", upload.first, builtInput({upload.second}));
-        writeSeed("fuzz_receive", "raw-" + upload.first,
-                  rawInput(wireFrame(upload.second.first, 0x0010, upload.second.second), 1500));
+        writeSeed(
+            "fuzz_receive", "raw-" + upload.first,
+            rawInput(referenceFrame(0x0010, upload.second.first, upload.second.second), 1500));
         all.push_back(upload.second);
     }
     Bytes uploadsOff = builtInput({{kelo::kUploadFlexRay, fr}});
@@ -242,20 +218,20 @@ void receiveSeeds() {
     Bytes stream;
     std::uint16_t sequence = 0x8000;
     for (const auto& frame : all)
-        append(stream, wireFrame(frame.first, sequence++, frame.second));
+        append(stream, referenceFrame(sequence++, frame.first, frame.second));
     writeSeed("fuzz_receive", "raw-all-in-37-byte-datagrams", rawInput(stream, 37));
 
     // Dropped frames before a good one: bad header CRC, bad payload CRC, oversize payload.
-    Bytes bad = wireFrame(113, 0x8002, {0, 0});
+    Bytes bad = referenceFrame(0x8002, 113, {0, 0});
     bad[6] ^= 0x01;
-    Bytes badPayload = wireFrame(113, 0x8003, {0, 0});
+    Bytes badPayload = referenceFrame(0x8003, 113, {0, 0});
     badPayload.back() ^= 0x01;
     Bytes dropped = bad;
     append(dropped, badPayload);
-    append(dropped, wireFrame(113, 0x8004, {0, 0}));
+    append(dropped, referenceFrame(0x8004, 113, {0, 0}));
     writeSeed("fuzz_receive", "raw-bad-crcs-then-good", rawInput(dropped, 1500));
-    Bytes oversize = wireFrame(112, 0x8005, Bytes(2049, 0x55));
-    append(oversize, wireFrame(112, 0x8006, {0, 0}));
+    Bytes oversize = referenceFrame(0x8005, 112, Bytes(2049, 0x55));
+    append(oversize, referenceFrame(0x8006, 112, {0, 0}));
     writeSeed("fuzz_receive", "raw-oversize-then-good", rawInput(oversize, 1400));
     writeSeed("fuzz_receive", "empty-frames", builtInput({{96, {}}, {198, {}}, {255, {}}}));
 }

@@ -64,16 +64,19 @@ class EmulatorHost {
     const char* addr() const { return emu.address().c_str(); }
 
     // Runs `op` while the emulator holds its own reply to `command` back, and answers in its
-    // place with `reply` once the host's frame arrived (after `meanwhile`). Returns op's result.
+    // place with `reply` once the host's frame arrived (after `meanwhile`), under that frame's
+    // sequence or under `sequence` when one is given (0-0xFFFF). Returns op's result.
     unsigned char scripted(std::uint8_t command, const Bytes& reply,
                            const std::function<unsigned char()>& op,
-                           const std::function<void()>& meanwhile = nullptr) {
+                           const std::function<void()>& meanwhile = nullptr, long sequence = -1) {
         const std::size_t before = emu.count(command);
         emu.delay(command, 600000, 1);
         auto result = std::async(std::launch::async, op);
         if (emu.waitFor(command, before + 1, 5000)) {
             if (meanwhile) meanwhile();
-            emu.sendFrame(command, reply, emu.received(command).back().sequence);
+            emu.sendFrame(
+                command, reply,
+                sequence >= 0 ? std::uint16_t(sequence) : emu.received(command).back().sequence);
         }
         return result.get();
     }

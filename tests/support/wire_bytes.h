@@ -42,6 +42,22 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 inline Bytes le64(std::uint64_t v) {
     return cat({le32(std::uint32_t(v)), le32(std::uint32_t(v >> 32))});
 }
+// A multi-entry payload (145, 146, 212): a 24-byte header with the entry count at 16 and a
+// counter at 20, then the entries.
+inline Bytes multiPayload(std::initializer_list<Bytes> entries, std::uint32_t counter = 0) {
+    Bytes out = cat({zeros(16), le32(std::uint32_t(entries.size())), le32(counter)});
+    for (const Bytes& e : entries)
+        out.insert(out.end(), e.begin(), e.end());
+    return out;
+}
+// One 145 entry of `kind` (1 FlexRay, 2 CAN): channel 21, buffer 22, flags 24-27, identifier
+// 28-31, data length 32 (CAN) or word count 33 (FlexRay), data from 40.
+inline Bytes multiEntry(std::uint8_t kind, std::uint8_t channel, std::uint8_t buffer,
+                        std::uint32_t flags, std::uint32_t id, const Bytes& data) {
+    Bytes e = cat({zeros(20), {kind, channel, buffer, 0}, le32(flags), le32(id), zeros(8), data});
+    e[kind == 1 ? 33 : 32] = std::uint8_t(kind == 1 ? data.size() / 2 : data.size());
+    return e;
+}
 inline Bytes bytesOf(const void* p, std::size_t n) {
     const auto* b = static_cast<const std::uint8_t*>(p);
     return Bytes(b, b + n);
@@ -52,6 +68,20 @@ inline std::uint16_t rd16(const std::uint8_t* p) {
 inline std::uint32_t rd32(const std::uint8_t* p) {
     return std::uint32_t(p[0]) | (std::uint32_t(p[1]) << 8) | (std::uint32_t(p[2]) << 16) |
            (std::uint32_t(p[3]) << 24);
+}
+
+// Upload entries for the emulator to pack (the fields the tests read; the rest stay 0).
+inline kelo::emu::FlexRayEntry flexRayEntry(std::uint16_t slot, const Bytes& payload) {
+    kelo::emu::FlexRayEntry e;
+    e.slot = slot;
+    e.payload = payload;
+    return e;
+}
+inline kelo::emu::CanEntry canEntry(std::uint32_t identifier, const Bytes& data) {
+    kelo::emu::CanEntry c;
+    c.identifier = identifier;
+    c.data = data;
+    return c;
 }
 
 // Compares two byte strings and names the first difference.
