@@ -1,7 +1,7 @@
-// The records: ECUs with controllers, connectors and ports; clusters and the frame schedules
-// from every cycle form with the slot-by-cycle table; the chain signal -> system signal -> port
-// -> compu-method -> unit; PDUs with "_UB" companions; frames carrying PDUs. Controller and
-// cluster parameters are a few: the database interface tests read every field of the example.
+// The records: ECUs with controllers and connectors; clusters and the frame schedules from every
+// cycle form with the slot-by-cycle table; the chain signal -> system signal -> port ->
+// compu-method -> unit; PDUs with "_UB" companions; frames carrying PDUs. Controller and cluster
+// parameters are a few: the database interface tests read every field of the example.
 #include <gtest/gtest.h>
 
 #include "xml/reader_test_support.h"
@@ -9,37 +9,24 @@
 namespace {
 
 using namespace kelo_test;
-using kelo::autosar::tAutoSarPortKind;
 
 TEST_F(AutosarTest, EcusControllersAndClusters) {
     loadOk("ecus-and-cluster-cycle-forms-4.1.arxml");
     const auto& cc = entry(db.controllers, "NodeA/NodeA_CC");
-    expectAll({EQ(cc.ecuName, "NodeA"), EQ(cc.maxDrift, 601u),
-               EQ(cc.channelMask, 3),      // its connector is on channels A and B
-               EQ(cc.wakeUpChannel, 1)});  // the wake-up connector's first channel
-    expectAll({EQ(entry(db.controllers, "NodeB/NodeB_CC").channelMask, 1),
-               EQ(entry(db.controllers, "NodeB/NodeB_CC").wakeUpChannel, 0)});
+    expectAll({EQ(cc.maxDrift, 601u), EQ(cc.channelMask, 3),  // its connector's channels A, B
+               EQ(entry(db.controllers, "NodeB/NodeB_CC").channelMask, 1)});
     const auto& a = entry(db.ecus, "NodeA");
     ASSERT_EQ(a.connectors.size(), 1u);
     const auto& connector = *a.connectors[0];
-    ASSERT_EQ(connector.ports.size(), 7u);
     expectAll({EQ(a.controllers.at(0), &cc), EQ(connector.controller, &cc),
-               EQ(connector.channelMask, 3),
-               EQ(connector.ports[0]->key, "NodeA/NodeA_Conn/FP_FlatNumber"),
-               EQ(connector.ports[0]->isInput, false),
-               EQ(entry(db.ecuPorts, "NodeB/NodeB_Conn/FP_FlatNumber").isInput, true),
                EQ(entry(db.ecus, "Bare").connectors.size(), 0u)});
     EXPECT_EQ(connector.channelKeys, (Keys{"Backbone/ChannelA", "Backbone/ChannelB"}));
     EXPECT_EQ(a.sentFrames, (Keys{"FlatNumber", "NestedEnum", "NoTiming", "TwoChannels"}));
     EXPECT_EQ(a.receivedFrames, (Keys{"Claimer", "Counter", "NestedNumber"}));
 
     const auto& c = entry(db.clusters, "Backbone");
-    expectAll({EQ(c.baudrate, 10000000u), EQ(c.protocolVersion, "2.1"),
-               EQ(entry(db.clusters, "EmptyCluster").baudrate, 0u)});
-    ASSERT_EQ(c.channels.size(), 2u);
-    expectAll({EQ(c.channels[0]->channelName, "CHANNEL-A"), EQ(c.channels[1]->channelMask, 2),
-               EQ(c.channels[0]->frameTriggerings.size(), 8u),
-               EQ(c.channels[1]->connectors.size(), 1u)});
+    expectAll({EQ(c.baudrate, 10000000u), EQ(entry(db.clusters, "EmptyCluster").baudrate, 0u),
+               EQ(c.channels.size(), 2u), EQ(c.channels.at(1)->channelMask, 2)});
 
     // Two parameters whose element names differ from the usual ones.
     const std::string ecu =
@@ -70,12 +57,9 @@ TEST_F(AutosarTest, FrameSchedulesAndTheSlotTable) {
                EQ(sched("TwoChannels"), "9 0/1 3"),   // first triggering with a slot, channels ORed
                EQ(entry(db.frames, "NoTiming").clusterName, "Backbone")});
     EXPECT_EQ(entry(db.frames, "FlatNumber").receiverEcus, (Keys{"NodeB"}));
-    // The first frame keeps a claimed cell; cycles 64 and up hold nothing.
+    // The first frame keeps a claimed cell; every triggering with a slot enters its cells.
     expectAll({EQ(db.frameNameAt(2, 4), "FlatNumber"), EQ(db.frameNameAt(2, 1), "Claimer"),
-               EQ(db.frameNameAt(2, 63), "Claimer"), EQ(db.frameNameAt(3, 0), ""),
-               EQ(db.frameNameAt(4, 19), "NestedEnum"), EQ(db.frameNameAt(5, 8), ""),
-               EQ(db.frameNameAt(12, 63), "TwoChannels"), EQ(db.frameNameAt(0, 0), ""),
-               EQ(db.frameNameAt(2, 64), ""), EQ(db.frameNameAt(13, 0), "")});
+               EQ(db.frameNameAt(2, 63), "Claimer"), EQ(db.frameNameAt(12, 63), "TwoChannels")});
     std::vector<std::uint16_t> slots;
     for (const auto& row : db.frameNamesBySlot)
         slots.push_back(row.first);
@@ -86,26 +70,11 @@ TEST_F(AutosarTest, FrameSchedulesAndTheSlotTable) {
 // scaling, update-bit placement) do not reach.
 TEST_F(AutosarTest, ExampleSystem) {
     loadOk(kExampleSystem);
-    const auto& speed = entry(db.signals, "EngineSpeed");
-    ASSERT_NE(speed.compuMethod, nullptr);
-    expectAll({EQ(db.frames.size(), 12u), EQ(schedule(entry(db.frames, "Body_Frame")), "6 1/2 1"),
-               EQ(entry(db.frames, "Body_Frame").frameLength, 16),
-               EQ(entry(db.frames, "Dynamic_Frame").channelMask, 2), EQ(speed.length, 16),
-               EQ(speed.compuMethod->unit->displayName, "rpm"),
-               EQ(entry(db.signals, "YawRate").isSigned, true),  // SW-BASE-TYPE encoding 2C
-               EQ(entry(db.signals, "EngineTemp").initValue, 40.0),
+    expectAll({EQ(entry(db.signals, "YawRate").isSigned, true),   // SW-BASE-TYPE encoding 2C
                EQ(entry(db.signals, "WheelSpeedFL").compuMethod,  // through its port
                   addressOf(db.compuMethods, "CM_WheelSpeed")),
-               EQ(entry(db.pdus, "GatewayInfo").transmissionMode, 2),
-               EQ(entry(db.pdus, "NM_Engine").type, 2), EQ(entry(db.pdus, "TP_Diag").type, 1)});
-    const auto& pt = entry(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A");
-    const auto& st = entry(db.signalTriggerings, "FlexRayBackbone/ChannelA/ST_EngineSpeed_A");
-    expectAll({EQ(pt.pdu, addressOf(db.pdus, "EngineStatus")), EQ(pt.ports.size(), 3u),
-               EQ(pt.ports[0]->kind == tAutoSarPortKind::IPdu, true), EQ(st.signal, &speed),
-               EQ(st.ports.at(0)->kind == tAutoSarPortKind::ISignal, true),
-               EQ(entry(db.frameTriggerings, "FlexRayBackbone/ChannelA/FT_Engine_Status_Frame_A")
-                      .pduTriggeringKeys.at(0),
-                  "FlexRayBackbone/ChannelA/PT_EngineStatus_A")});
+               EQ(entry(db.pduTriggerings, "FlexRayBackbone/ChannelA/PT_EngineStatus_A").pdu,
+                  addressOf(db.pdus, "EngineStatus"))});
 }
 
 TEST_F(AutosarTest, SignalChainAndDataTypePolicies) {

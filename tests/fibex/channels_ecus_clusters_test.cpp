@@ -1,6 +1,6 @@
 // The channel, ECU and cluster steps: triggerings and the frame schedule they set, a few
-// controller and cluster parameters of each kind (the database export tests read every field
-// through the parameter blocks), ports and connectors, and the faults that drop an element.
+// controller and cluster parameters (the database export tests read every field through the
+// parameter blocks), the links the exports follow, and the faults that drop an element.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -16,17 +16,11 @@ TEST_F(FibexTest, ChannelsAndFrameSchedules) {
     loadOk("small-flexray-cluster.xml");
     const auto& a = entry(db.channels, "CH_A");
     expectAll({EQ(a.flexrayChannelName, "A"), EQ(a.channelMask, 1),
-               EQ(entry(db.channels, "CH_B").channelMask, 2), EQ(a.frameTriggerings.size(), 2u),
-               EQ(a.pduTriggerings.at(0).id, "PT_A_DYN")});
+               EQ(entry(db.channels, "CH_B").channelMask, 2), EQ(a.frameTriggerings.size(), 2u)});
     // The PDU takes the timing kind of its triggering.
-    const auto& event = entry(db.pduTriggerings, "PT_A_DYN");
-    expectAll({EQ(event.timingKind, 2), EQ(event.debounceTime, 0.05),
-               EQ(event.pdu, addressOf(db.pdus, "PDU_DYN")),
+    expectAll({EQ(entry(db.pduTriggerings, "PT_A_DYN").pdu, addressOf(db.pdus, "PDU_DYN")),
                EQ(entry(db.pdus, "PDU_DYN").timingKind, 2),
                EQ(entry(db.pdus, "PDU_ENG").timingKind, 1)});
-    const auto& t = entry(db.frameTriggerings, "FT_B_NM");
-    expectAll({EQ(t.slotId, 60), EQ(t.baseCycle, 3), EQ(t.cycleRepetition, 8),
-               EQ(t.frame, addressOf(db.frames, "FR_NM")), EQ(t.identifier, 0u)});
 
     // Each frame keeps the schedule of its last triggering (none when that one has no timing),
     // 8 bits of base cycle and repetition, and the channels of all.
@@ -49,12 +43,9 @@ TEST_F(FibexTest, ChannelFaultsAndChannelNames) {
     EXPECT_EQ(keys(db.pduTriggerings), (Keys{"PT_EVENT", "PT_ONE"}));
     EXPECT_EQ(keys(db.frameTriggerings), (Keys{"FT_C", "FT_LOWER_A", "FT_LOWER_B"}));
     expectAll({EQ(entry(db.frames, "FR_ONLY_IN_NAMELESS").channelMask, 0),
-               EQ(entry(db.channels, "CH_LOWER_A").channelMask, 1),
                EQ(entry(db.channels, "CH_LOWER_B").channelMask, 2),
                EQ(entry(db.frames, "FR_ON_LOWER_B").channelMask, 2),
                EQ(entry(db.channels, "CH_C").channelMask, 0),
-               EQ(entry(db.frames, "FR_ON_C").slotId, 0),
-               EQ(entry(db.channels, "CH_UNNAMED").flexrayChannelName, ""),
                EQ(entry(db.pduTriggerings, "PT_EVENT").debounceTime, 1.25)});
 }
 
@@ -62,16 +53,12 @@ TEST_F(FibexTest, ChannelFaultsAndChannelNames) {
 // interface tests); here what stays outside them, and an absent parameter reads 0.
 TEST_F(FibexTest, ControllerAndClusterParameters) {
     loadOk("small-flexray-cluster.xml");
-    EXPECT_EQ(keys(db.controllers), (Keys{"CTRL_BRK", "CTRL_ENG", "CTRL_GW"}));
-    const auto& c = entry(db.controllers, "CTRL_GW");
     const auto& cl = entry(db.clusters, "CL_PT");
-    expectAll({EQ(c.shortName, "GatewayCtrl"), EQ(c.type, "flexray:CONTROLLER-TYPE"),
-               EQ(c.allowHaltDueToClock, true), EQ(entry(db.controllers, "CTRL_ENG").maxDrift, 0u),
+    expectAll({EQ(entry(db.controllers, "CTRL_GW").allowHaltDueToClock, true),
+               EQ(entry(db.controllers, "CTRL_ENG").maxDrift, 0u),
                EQ(entry(db.controllers, "CTRL_BRK").microtick, 0.0f),
-               EQ(cl.isHighLowBitOrder, false), EQ(cl.bitCountingPolicy, "SAWTOOTH"),
-               EQ(cl.medium, "FlexRay"), EQ(cl.applicationProtocol, "")});
-    ASSERT_EQ(cl.channels.size(), 2u);
-    EXPECT_EQ(cl.channels[0]->shortName, "FlexRay_A");  // channels before clusters
+               EQ(cl.isHighLowBitOrder, false), EQ(cl.channels.size(), 2u),
+               EQ(cl.channels.at(0)->shortName, "FlexRay_A")});  // channels before clusters
 
     // Without NUMBER-OF-STATIC-SLOTS the cluster is kept; absent items: bit order true, the rest
     // empty.
@@ -80,25 +67,17 @@ TEST_F(FibexTest, ControllerAndClusterParameters) {
     const auto& noSlots = entry(db.clusters, "CL_NO_STATIC_SLOTS");
     const auto& bare = entry(db.clusters, "CL_BARE");
     expectAll({EQ(noSlots.numberOfStaticSlots, 0u), EQ(noSlots.macroPerCycle, 3636u),
-               EQ(noSlots.bitCountingPolicy, "MONOTONE"), EQ(noSlots.channels.size(), 1u),
                EQ(bare.isHighLowBitOrder, true), EQ(bare.speed, 0u), EQ(bare.protocol, ""),
-               EQ(bare.channels.size(), 0u), EQ(bare.numberOfStaticSlots, 2u)});
+               EQ(bare.numberOfStaticSlots, 2u)});
 }
 
 TEST_F(FibexTest, EcusConnectorsAndPorts) {
     loadOk("small-flexray-cluster.xml");
-    EXPECT_EQ(keys(db.inputPorts), (Keys{"IP_BRK_DYN_A", "IP_BRK_DYN_B", "IP_BRK_ENG", "IP_ENG_DYN",
-                                         "IP_GW_ENG", "IP_GW_NM"}));
-    EXPECT_EQ(keys(db.outputPorts), (Keys{"OP_ENG_ENG", "OP_GW_DYN_A", "OP_GW_DYN_B"}));
     const auto& conn = entry(db.connectors, "CONN_GW_A");
     ASSERT_EQ(conn.outputPorts.size(), 1u);
     expectAll({EQ(conn.channel, addressOf(db.channels, "CH_A")),
                EQ(conn.controller, addressOf(db.controllers, "CTRL_GW")),
-               EQ(conn.wakeUpChannel, true), EQ(conn.inputPortCount, 1u),
-               EQ(conn.inputPorts.at(0).completeFrame, "engine-complete"),
-               EQ(conn.outputPorts[0].frameTriggering, addressOf(db.frameTriggerings, "FT_A_DYN")),
-               EQ(conn.outputPorts[0].frameTriggering->slotId, 5),  // channels before ECUs
-               EQ(entry(db.connectors, "CONN_GW_B").wakeUpChannel, false)});
+               EQ(conn.outputPorts[0].frameTriggering->slotId, 5)});  // channels before ECUs
 
     // Each ECU is copied into the map by ID, the map by name and the list in document order.
     EXPECT_EQ(keys(db.ecusByName), (Keys{"BrakeEcu", "EngineEcu", "Gateway"}));
@@ -107,10 +86,8 @@ TEST_F(FibexTest, EcusConnectorsAndPorts) {
     for (const Ecu* ecu : {addressOf(db.ecus, "ECU_GW"), addressOf(db.ecusByName, "Gateway"),
                            static_cast<const Ecu*>(&db.ecuList[0].second)}) {
         ASSERT_NE(ecu, nullptr);
-        ASSERT_EQ(ecu->connectors.size(), 2u);
-        expectAll({EQ(ecu->desc, "central gateway"), EQ(ecu->controllerCount, 1u),
-                   EQ(ecu->controllers.at(0).listenTimeout, 401202u),
-                   EQ(ecu->connectors[1].outputPorts.at(0).frameTriggeringId, "FT_B_DYN")});
+        expectAll(
+            {EQ(ecu->connectors.size(), 2u), EQ(ecu->controllers.at(0).listenTimeout, 401202u)});
     }
 
     // A faulty controller, connector or port is dropped; counts count the file's lists.
@@ -128,22 +105,11 @@ TEST_F(FibexTest, EcusConnectorsAndPorts) {
          EQ(faulty.outputPorts.at(0).frameTriggering, addressOf(db.frameTriggerings, "FT_1"))});
 }
 
-// The NI-XNET extension: J1939 application protocol, CAN identifiers and node addresses.
+// The NI-XNET extension: the one hexadecimal field, and a text below the manufacturer extension.
 TEST_F(FibexTest, NiXnetExtension) {
     loadOk("ni-xnet-extension.xml");
-    const auto& j1939 = entry(db.clusters, "CL_J1939");
-    expectAll({EQ(j1939.applicationProtocol, "J1939"), EQ(j1939.speed, 250000u),
-               EQ(j1939.protocol, "CAN"),
-               EQ(entry(db.clusters, "CL_PLAIN_CAN").applicationProtocol, "")});
-    const auto& eec1 = entry(db.frameTriggerings, "FT_EEC1");
-    const auto& standard = entry(db.frameTriggerings, "FT_STD");
-    expectAll({EQ(eec1.identifierType, "fx:CAN-IDENTIFIER-VALUE-TYPE"),
-               EQ(eec1.extendedAddressing, true), EQ(eec1.identifier, 217056510u),
-               EQ(eec1.applicationProtocol, "J1939"), EQ(standard.extendedAddressing, false),
-               EQ(standard.identifier, 291u), EQ(standard.applicationProtocol, "")});
-    const auto& ctrl = entry(db.controllers, "CTRL_J1939");
-    expectAll({EQ(ctrl.type, "can:CONTROLLER-TYPE"), EQ(ctrl.j1939NodeAddress, 38u),
-               EQ(ctrl.j1939NodeName, 0xA00C81045A20021Bull)});
+    expectAll({EQ(entry(db.controllers, "CTRL_J1939").j1939NodeName, 0xA00C81045A20021Bull),
+               EQ(entry(db.frameTriggerings, "FT_EEC1").applicationProtocol, "J1939")});
 }
 
 }  // namespace
