@@ -100,6 +100,7 @@ std::uint8_t DeviceModel::execute(std::uint8_t code, const Request& r, Bytes& ou
                     b.words = r[6];
                     b.channelA = r[8] != 0;
                     b.channelB = r[9] != 0;
+                    b.transmit = r[5] != 0;
                     b.baseCycle = r[10];
                     b.repetition = r[11] == 0 ? 1 : r[11];
                 }

@@ -60,6 +60,7 @@ struct DeviceModel {
     bool canOn = false;
     std::uint8_t canChannel = 0;
     unsigned cycleMs = 5;
+    bool cycleMsSet = false;  // setCyclePeriodMs was called: a restbus keeps the period
     unsigned canPeriodMs = 0;
     std::uint32_t canIdentifier = 0;
     std::uint8_t canLength = 0;

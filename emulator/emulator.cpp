@@ -240,8 +240,29 @@ void DeviceEmulator::setCyclePeriodMs(unsigned ms) {
     {
         std::lock_guard<std::mutex> g(impl_->model.lock);
         impl_->model.cycleMs = ms == 0 ? 1 : ms;
+        impl_->model.cycleMsSet = true;
     }
     impl_->poke();
+}
+
+bool DeviceEmulator::loadRestbus(const std::string& databasePath, const std::string& cluster,
+                                 const std::vector<std::string>& ecus, std::string* error) {
+    auto restbus = std::make_unique<Restbus>();
+    if (!restbus->load(databasePath, cluster, ecus, error)) return false;
+    {
+        std::lock_guard<std::mutex> g(impl_->model.lock);
+        // The cluster's cycle time in whole milliseconds, at least 1.
+        if (!impl_->model.cycleMsSet && restbus->cycleMicros() != 0)
+            impl_->model.cycleMs = std::max(1u, (restbus->cycleMicros() + 500u) / 1000u);
+        impl_->restbus = std::move(restbus);
+    }
+    impl_->poke();
+    return true;
+}
+
+void DeviceEmulator::clearRestbus() {
+    std::lock_guard<std::mutex> g(impl_->model.lock);
+    impl_->restbus.reset();
 }
 
 // ---- what the host sent ----

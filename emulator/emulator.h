@@ -54,6 +54,7 @@ struct SlotBuffer {
     std::uint8_t repetition = 1;
     bool channelA = true;
     bool channelB = true;
+    bool transmit = false;           // slot block byte 4: 1 transmit, 0 receive
     std::vector<std::uint8_t> data;  // what the host last transmitted into this buffer
 };
 
@@ -107,8 +108,19 @@ class DeviceEmulator {
     bool canStarted() const;
     std::vector<SlotBuffer> slotBuffers() const;  // index = buffer index
     FifoConfig fifo(std::uint8_t controller) const;
-    // FlexRay cycle period of the simulated node (default 5 ms).
+    // FlexRay cycle period of the simulated node (default 5 ms; a loaded restbus sets its
+    // cluster's cycle time unless this was called).
     void setCyclePeriodMs(unsigned ms);
+
+    // ---- restbus: the other ECUs of a cluster, played from a database ----
+    // Reads a FIBEX or AUTOSAR file (read-all rules) and, while the node runs with uploads on,
+    // uploads every frame of `cluster` (empty: the first) that `ecus` send (empty: every sender)
+    // in its slots and cycles, with moving signal values; slots the host's own transmit buffers
+    // send are left out. False, with the reason in *error, when the file or a name cannot be
+    // used; the restbus loaded before stays then. Details: docs/restbus.md.
+    bool loadRestbus(const std::string& databasePath, const std::string& cluster,
+                     const std::vector<std::string>& ecus, std::string* error);
+    void clearRestbus();
 
     // ---- what the host sent ----
     std::vector<ReceivedFrame> received() const;

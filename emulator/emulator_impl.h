@@ -16,6 +16,7 @@
 #include "emulator.h"
 #include "fault_plan.h"
 #include "platform/platform.h"
+#include "restbus.h"
 #include "wire.h"
 
 namespace kelo {
@@ -70,6 +71,7 @@ struct DeviceEmulator::Impl final : DatagramSink, FrameReceiver {
 
     DeviceModel model;
     FaultPlan faults;
+    std::unique_ptr<Restbus> restbus;  // guarded by model.lock; null when none is loaded
 
     // ---- host frames received ----
     mutable std::mutex rxLock;

@@ -115,6 +115,26 @@ void DeviceEmulator::Impl::uploadCycle() {
         std::copy_n(b.data.begin(), std::min(b.data.size(), e.payload.size()), e.payload.begin());
         entries.push_back(std::move(e));
     }
+    if (restbus) {
+        // The restbus leaves out the channels the host's own transmit buffers send this cycle.
+        auto hostChannels = [this](std::uint16_t slot) {
+            unsigned channels = 0;
+            for (const SlotBuffer& b : model.buffers)
+                if (b.configured && b.transmit && b.slot == slot &&
+                    cycle % b.repetition == b.baseCycle % b.repetition)
+                    channels |= (b.channelA ? 1u : 0u) | (b.channelB ? 2u : 0u);
+            return static_cast<std::uint8_t>(channels);
+        };
+        for (FlexRayEntry& e : restbus->cycleEntries(cycle, hostChannels)) {
+            e.words[0] = static_cast<std::uint32_t>(stamp);
+            e.words[1] = static_cast<std::uint32_t>(stamp >> 32);
+            e.words[2] = cycleCount;
+            entries.push_back(std::move(e));
+        }
+        std::stable_sort(
+            entries.begin(), entries.end(),
+            [](const FlexRayEntry& a, const FlexRayEntry& b) { return a.slot < b.slot; });
+    }
     if (!entries.empty()) uploadFlexRayEntries(entries);
 }
 
