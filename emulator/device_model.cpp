@@ -261,6 +261,22 @@ std::uint8_t DeviceModel::multiTransmit(const Request& r, Bytes& out, Effects& e
     return status;
 }
 
+void DeviceModel::resetClient() {
+    for (SlotBuffer& b : buffers)
+        b = SlotBuffer{};
+    fifos.clear();
+    registers.clear();
+    started = false;
+    uploads = false;
+    canOn = false;
+    canChannel = 0;
+    setPoc(kPocDefaultConfig);
+    for (CanTraffic& t : canTraffic) {
+        t.generated = 0;
+        t.ticking = false;
+    }
+}
+
 void DeviceModel::setPoc(std::uint8_t poc) {
     psr[0] = static_cast<std::uint16_t>((psr[0] & ~0x0700u) | ((poc & 7u) << 8));
 }

@@ -61,9 +61,21 @@ struct DeviceModel {
     std::uint8_t canChannel = 0;
     unsigned cycleMs = 5;
     bool cycleMsSet = false;  // setCyclePeriodMs was called: a restbus keeps the period
-    unsigned canPeriodMs = 0;
-    std::uint32_t canIdentifier = 0;
-    std::uint8_t canLength = 0;
+    // Generated CAN frames while the channel is started; the schedule fields belong to the
+    // simulation thread (under `lock` too).
+    struct CanTraffic {
+        unsigned periodMs = 0;
+        std::uint32_t identifier = 0;
+        std::uint8_t length = 0;
+        std::uint32_t generated = 0;  // frames sent so far: the counter in the data bytes
+        bool ticking = false;
+        Clock::time_point next{};
+    };
+    std::vector<CanTraffic> canTraffic;
+
+    // Forgets what a host configured: buffers, FIFOs, registers, node and CAN channel stopped,
+    // uploads off, generated CAN frames counting from 0 again. Lock held.
+    void resetClient();
 
   private:
     std::uint8_t execute(std::uint8_t code, const Request& r, Bytes& out, bool apply,

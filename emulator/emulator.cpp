@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -28,10 +29,54 @@ void DeviceEmulator::Impl::sendDatagram(const std::uint8_t* data, std::size_t le
     outSizes.push_back(length);
 }
 
+namespace {
+
+std::string endpointText(const Endpoint& e) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%u.%u.%u.%u:%u", e.address >> 24, (e.address >> 16) & 255u,
+                  (e.address >> 8) & 255u, e.address & 255u, static_cast<unsigned>(e.port));
+    return text;
+}
+
+// What the log says about a frame leaving: a reply's status, an upload's entry count and size.
+std::string sentText(std::uint8_t code, const std::uint8_t* payload, std::size_t length, bool reply,
+                     const SendFaults& f) {
+    std::string text;
+    const std::size_t at = kReplyShapes[code].status;
+    if (reply && at < length) text = "status " + std::to_string(payload[at]);
+    if (!reply) {
+        std::size_t entries = 0;
+        if (code == kUploadFlexRay && length >= 2) entries = payload[1];
+        if ((code == kUploadCan || code == kUploadStatus) && length >= kMultiHeaderSize)
+            entries = le32(payload + 16);
+        text = std::to_string(entries) + " entries";
+    }
+    text += ", " + std::to_string(length) + " bytes";
+    if (f.drop) text += " (dropped)";
+    if (f.corruptHeader) text += " (header CRC corrupted)";
+    if (f.corruptPayload) text += " (payload CRC corrupted)";
+    return text;
+}
+
+}  // namespace
+
+void DeviceEmulator::Impl::log(const char* direction, std::uint8_t code,
+                               const std::string& detail) {
+    const double seconds = static_cast<double>(model.microsSinceStart()) / 1e6;
+    const char* name = commandName(code);
+    char head[64];
+    std::snprintf(head, sizeof head, "%10.3f %s %3u %s ", seconds, direction,
+                  static_cast<unsigned>(code), name ? name : "?");
+    std::lock_guard<std::mutex> g(logLock);
+    if (logSink) logSink(head + detail);
+}
+
 void DeviceEmulator::Impl::emit(std::uint8_t code, const std::uint8_t* payload, std::size_t length,
                                 bool reply, std::uint16_t sequence, const Endpoint& to,
                                 const FrameFaults& decided) {
     const SendFaults f = faults.forSend(code, decided);
+    if (logs(reply ? 1 : 2))
+        log(reply ? "tx" : "up", code, sentText(code, payload, length, reply, f));
     if (f.drop) return;
     const auto len = static_cast<std::uint16_t>(std::min<std::size_t>(length, 0xFFFF));
 
@@ -83,6 +128,25 @@ void DeviceEmulator::Impl::rxLoop() {
 
 void DeviceEmulator::Impl::onFrame(const FrameMessage& m) {
     const Request r{m.payload, m.payload ? m.length : std::size_t{0}};
+    const std::uint64_t packed =
+        (std::uint64_t{1} << 48) | (std::uint64_t{from.address} << 16) | from.port;
+    const std::uint64_t previous = hostPacked.exchange(packed);
+    if (previous != packed && (previous == 0 || resetOnNewClient.load())) {
+        const bool reset = previous != 0;
+        if (reset) {
+            std::lock_guard<std::mutex> g(model.lock);
+            model.resetClient();
+        }
+        if (reset) poke();
+        if (logs(1)) {
+            std::lock_guard<std::mutex> g(logLock);
+            if (logSink)
+                logSink("new client " + endpointText(from) + (reset ? ": device reset" : ""));
+        }
+    }
+    if (logs(1))
+        log("rx", m.command,
+            "seq " + std::to_string(m.sequence) + ", " + std::to_string(r.size) + " bytes");
     const bool answered = kReplyShapes[m.command].reply != 0;  // 22, 255 and unknown codes: no
     // Every fault decision for this frame's reply is taken before the frame is recorded, so a
     // test that has seen the frame (waitFor) can re-arm the plan for the next command safely.
@@ -97,7 +161,6 @@ void DeviceEmulator::Impl::onFrame(const FrameMessage& m) {
         ++counts[m.command];
     }
     rxCv.notify_all();
-    hostPacked.store((std::uint64_t{1} << 48) | (std::uint64_t{from.address} << 16) | from.port);
     if (!answered) return;
 
     DeviceModel::Effects effects;
@@ -245,6 +308,11 @@ void DeviceEmulator::setCyclePeriodMs(unsigned ms) {
     impl_->poke();
 }
 
+unsigned DeviceEmulator::cyclePeriodMs() const {
+    std::lock_guard<std::mutex> g(impl_->model.lock);
+    return impl_->model.cycleMs;
+}
+
 bool DeviceEmulator::loadRestbus(const std::string& databasePath, const std::string& cluster,
                                  const std::vector<std::string>& ecus, std::string* error) {
     auto restbus = std::make_unique<Restbus>();
@@ -263,6 +331,10 @@ bool DeviceEmulator::loadRestbus(const std::string& databasePath, const std::str
 void DeviceEmulator::clearRestbus() {
     std::lock_guard<std::mutex> g(impl_->model.lock);
     impl_->restbus.reset();
+}
+
+void DeviceEmulator::setResetOnNewClient(bool on) {
+    impl_->resetOnNewClient.store(on);
 }
 
 // ---- what the host sent ----
@@ -313,6 +385,9 @@ void DeviceEmulator::corruptHeaderCrc(std::uint8_t command, int times) {
 }
 void DeviceEmulator::corruptPayloadCrc(std::uint8_t command, int times) {
     impl_->faults.corruptPayloadCrc(command, times);
+}
+void DeviceEmulator::corruptReplyHeaderCrc(int times) {
+    impl_->faults.corruptReplyHeaderCrc(times);
 }
 void DeviceEmulator::splitDatagrams(std::size_t maxBytes) {
     impl_->faults.splitDatagrams(maxBytes);
@@ -366,26 +441,54 @@ void DeviceEmulator::setCanTraffic(unsigned periodMs, std::uint32_t identifier,
                                    std::uint8_t length) {
     {
         std::lock_guard<std::mutex> g(impl_->model.lock);
-        impl_->model.canPeriodMs = periodMs;
-        impl_->model.canIdentifier = identifier;
-        impl_->model.canLength = std::min<std::uint8_t>(length, 64);
+        impl_->model.canTraffic.clear();
+    }
+    if (periodMs != 0) addCanTraffic(periodMs, identifier, length);
+    impl_->poke();
+}
+
+void DeviceEmulator::addCanTraffic(unsigned periodMs, std::uint32_t identifier,
+                                   std::uint8_t length) {
+    if (periodMs == 0) return;
+    {
+        std::lock_guard<std::mutex> g(impl_->model.lock);
+        DeviceModel::CanTraffic t;
+        t.periodMs = periodMs;
+        t.identifier = identifier;
+        t.length = std::min<std::uint8_t>(length, 64);
+        impl_->model.canTraffic.push_back(t);
     }
     impl_->poke();
 }
 
+void DeviceEmulator::Impl::startFloodThread(std::uint64_t total, std::uint64_t rate,
+                                            std::uint8_t words, bool whileUploading) {
+    std::lock_guard<std::mutex> g(lifecycleLock);
+    stopFlood();
+    {
+        std::lock_guard<std::mutex> f(floodLock);
+        floodStop = false;
+        floodDone = false;
+    }
+    floodCount.store(0);
+    floodThread = std::thread([this, total, rate, words, whileUploading] {
+        floodLoop(total, rate, words, whileUploading);
+    });
+}
+
 void DeviceEmulator::startFlood(std::uint64_t total, std::uint64_t recordsPerSecond,
                                 std::uint8_t words) {
-    Impl& d = *impl_;
-    std::lock_guard<std::mutex> g(d.lifecycleLock);
-    d.stopFlood();
-    {
-        std::lock_guard<std::mutex> f(d.floodLock);
-        d.floodStop = false;
-        d.floodDone = false;
-    }
-    d.floodCount.store(0);
-    d.floodThread = std::thread(
-        [&d, total, recordsPerSecond, words] { d.floodLoop(total, recordsPerSecond, words); });
+    impl_->startFloodThread(total, recordsPerSecond, words, false);
+}
+
+void DeviceEmulator::startUploadFlood(std::uint64_t recordsPerSecond, std::uint8_t words) {
+    impl_->startFloodThread(~std::uint64_t{0}, recordsPerSecond, words, true);
+}
+
+void DeviceEmulator::setTrafficLog(int level, std::function<void(const std::string&)> sink) {
+    std::lock_guard<std::mutex> g(impl_->logLock);
+    impl_->logSink = std::move(sink);
+    impl_->logLevel.store(impl_->logSink ? level : 0);
 }
 
 bool DeviceEmulator::waitFlood(unsigned timeoutMs) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -111,13 +112,19 @@ class DeviceEmulator {
     // FlexRay cycle period of the simulated node (default 5 ms; a loaded restbus sets its
     // cluster's cycle time unless this was called).
     void setCyclePeriodMs(unsigned ms);
+    unsigned cyclePeriodMs() const;
+    // A clean device for every client: when on, a host frame from another address or port than
+    // the last host's first resets what the previous client configured (transmit buffers,
+    // FIFOs, registers, node and CAN channel stopped, uploads off, generated CAN frames counting
+    // from 0). The fault plan, the traffic settings and the received-frame log stay. Default off.
+    void setResetOnNewClient(bool on);
 
     // ---- restbus: the other ECUs of a cluster, played from a database ----
     // Reads a FIBEX or AUTOSAR file (read-all rules) and, while the node runs with uploads on,
     // uploads every frame of `cluster` (empty: the first) that `ecus` send (empty: every sender)
     // in its slots and cycles, with moving signal values; slots the host's own transmit buffers
     // send are left out. False, with the reason in *error, when the file or a name cannot be
-    // used; the restbus loaded before stays then. Details: docs/restbus.md.
+    // used; the restbus loaded before stays then. Details: docs/emulator.md.
     bool loadRestbus(const std::string& databasePath, const std::string& cluster,
                      const std::vector<std::string>& ecus, std::string* error);
     void clearRestbus();
@@ -136,6 +143,7 @@ class DeviceEmulator {
     void delay(std::uint8_t command, unsigned ms, int times = -1);
     void corruptHeaderCrc(std::uint8_t command, int times = 1);
     void corruptPayloadCrc(std::uint8_t command, int times = 1);
+    void corruptReplyHeaderCrc(int times);      // the next `times` replies, whatever their command
     void splitDatagrams(std::size_t maxBytes);  // 0: off. Every reply/upload datagram is cut up.
     void duplicateDatagrams(bool on);
     void clearFaults();
@@ -148,13 +156,25 @@ class DeviceEmulator {
     void uploadFlexRay(const std::vector<FlexRayEntry>& entries);  // one frame, code 115
     void uploadCan(const std::vector<CanEntry>& entries);          // one frame, code 146
     void uploadBusState(std::uint16_t state);                      // code 212, type-4 entry
-    // Generated CAN traffic while the channel is started: one frame every periodMs (0: off).
+    // Generated CAN traffic while the channel is started: per frame one upload every periodMs,
+    // data byte i = (frame number + i) mod 256, identifiers above 0x7FF with frame type 1
+    // (extended). setCanTraffic replaces every generated frame by this one (period 0: none).
     void setCanTraffic(unsigned periodMs, std::uint32_t identifier, std::uint8_t length);
+    void addCanTraffic(unsigned periodMs, std::uint32_t identifier, std::uint8_t length);
     // FlexRay flood: `total` records at `recordsPerSecond`, `words` payload words each, packed
     // as many entries per frame as fit. Runs on its own thread; waitFlood blocks until done.
     void startFlood(std::uint64_t total, std::uint64_t recordsPerSecond, std::uint8_t words);
     bool waitFlood(unsigned timeoutMs);
     std::uint64_t floodSent() const;
+    // A flood without end that sends only while uploads are on (113 until 114, 193 or a new
+    // client), until stop() or the next startFlood; its pace starts over at each 113.
+    void startUploadFlood(std::uint64_t recordsPerSecond, std::uint8_t words);
+
+    // ---- traffic log ----
+    // Level 1: one line per host frame received and per reply sent; level 2: also one per
+    // upload frame. 0 or an empty sink: off. The sink is called from the emulator's threads, one
+    // line at a time (without a line end).
+    void setTrafficLog(int level, std::function<void(const std::string&)> sink);
 
   private:
     struct Impl;

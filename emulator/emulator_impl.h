@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -35,6 +36,9 @@ struct DeviceEmulator::Impl final : DatagramSink, FrameReceiver {
     void emit(const Outgoing& o);
     bool upload(std::uint8_t code, const Bytes& payload);
     void rxLoop();
+    // Traffic log: one line when `level` is at least `needs`.
+    bool logs(int needs) const { return logLevel.load() >= needs; }
+    void log(const char* direction, std::uint8_t code, const std::string& detail);
     // One host frame: recorded, executed by the model and answered.
     void onFrame(const FrameMessage& m) override;
 
@@ -47,7 +51,12 @@ struct DeviceEmulator::Impl final : DatagramSink, FrameReceiver {
     void runCycles(Clock::time_point now);
     void uploadCycle();
     void runCanTraffic(Clock::time_point now);
-    void floodLoop(std::uint64_t total, std::uint64_t rate, std::uint8_t words);
+    // Sends `total` records at `rate`; `whileUploading`: only while uploads are on, pausing
+    // (and starting the pace over) while they are off.
+    void floodLoop(std::uint64_t total, std::uint64_t rate, std::uint8_t words,
+                   bool whileUploading);
+    void startFloodThread(std::uint64_t total, std::uint64_t rate, std::uint8_t words,
+                          bool whileUploading);
     void stopFlood();
 
     // ---- configuration ----
@@ -63,6 +72,12 @@ struct DeviceEmulator::Impl final : DatagramSink, FrameReceiver {
     std::thread rxThread;
     Endpoint from;                             // source of the datagram being parsed (rx thread)
     std::atomic<std::uint64_t> hostPacked{0};  // 1 << 48 | address << 16 | port; 0 = unknown
+    std::atomic<bool> resetOnNewClient{false};
+
+    // Traffic log (level 0: off).
+    std::atomic<int> logLevel{0};
+    std::mutex logLock;
+    std::function<void(const std::string&)> logSink;
 
     // Outgoing frames: outLock keeps the datagrams of one frame together and in order.
     std::mutex outLock;
@@ -92,9 +107,8 @@ struct DeviceEmulator::Impl final : DatagramSink, FrameReceiver {
     Clock::time_point nextCycle;
     std::uint8_t cycle = 0;
     std::uint32_t cycleCount = 0;
-    bool canTicking = false;
+    bool canTicking = false;  // some generated CAN frame is due at nextCan
     Clock::time_point nextCan;
-    std::uint32_t canGenerated = 0;
 
     // ---- flood ----
     std::mutex floodLock;

@@ -47,6 +47,12 @@ void FaultPlan::corruptPayloadCrc(std::uint8_t code, int times) {
     armed(code).corruptPayloadTimes = times;
 }
 
+void FaultPlan::corruptReplyHeaderCrc(int times) {
+    std::lock_guard<std::mutex> g(lock_);
+    corruptAnyReplyTimes_ = times;
+    any_.store(true);
+}
+
 void FaultPlan::splitDatagrams(std::size_t maxBytes) {
     std::lock_guard<std::mutex> g(lock_);
     splitBytes_ = maxBytes;
@@ -62,6 +68,7 @@ void FaultPlan::duplicateDatagrams(bool on) {
 void FaultPlan::clear() {
     std::lock_guard<std::mutex> g(lock_);
     faults_.clear();
+    corruptAnyReplyTimes_ = 0;
     splitBytes_ = 0;
     duplicate_ = false;
     any_.store(false);
@@ -90,6 +97,8 @@ ReplyFaults FaultPlan::forReply(std::uint8_t code) {
         if (take(it->second.delayTimes)) r.delayMs = it->second.delayMs;
     }
     r.frame = takeFrameFaults(code);
+    if (!r.frame.drop && !r.frame.corruptHeader)
+        r.frame.corruptHeader = take(corruptAnyReplyTimes_);
     return r;
 }
 

@@ -39,6 +39,8 @@ class FaultPlan {
     void delay(std::uint8_t code, unsigned ms, int times);
     void corruptHeaderCrc(std::uint8_t code, int times);
     void corruptPayloadCrc(std::uint8_t code, int times);
+    // The header CRC of the next `times` replies, whatever their command.
+    void corruptReplyHeaderCrc(int times);
     void splitDatagrams(std::size_t maxBytes);
     void duplicateDatagrams(bool on);
     void clear();
@@ -64,6 +66,7 @@ class FaultPlan {
     std::mutex lock_;
     std::atomic<bool> any_{false};
     std::map<std::uint8_t, Fault> faults_;
+    int corruptAnyReplyTimes_ = 0;
     std::size_t splitBytes_ = 0;
     bool duplicate_ = false;
 };

@@ -138,66 +138,88 @@ void DeviceEmulator::Impl::uploadCycle() {
     if (!entries.empty()) uploadFlexRayEntries(entries);
 }
 
+// Each generated CAN frame on its own schedule while the channel is started.
 void DeviceEmulator::Impl::runCanTraffic(Clock::time_point now) {
     std::lock_guard<std::mutex> g(model.lock);
-    if (!model.canOn || model.canPeriodMs == 0) {
-        canTicking = false;
-        return;
-    }
-    const auto period = std::chrono::milliseconds(model.canPeriodMs);
-    if (!canTicking) {
+    canTicking = false;
+    for (DeviceModel::CanTraffic& t : model.canTraffic) {
+        if (!model.canOn) {
+            t.ticking = false;
+            continue;
+        }
+        const auto period = std::chrono::milliseconds(t.periodMs);
+        if (!t.ticking) {
+            t.ticking = true;
+            t.next = now;
+        }
+        if (now - t.next > 8 * period) t.next = now;
+        while (t.next <= now) {
+            CanEntry e;
+            e.timestampUs = model.microsSinceStart();
+            e.identifier = t.identifier;
+            if (t.identifier > 0x7FF) e.flags = 1u << 30;  // frame type 1: extended identifier
+            e.data.resize(t.length);
+            for (std::size_t i = 0; i < e.data.size(); ++i)
+                e.data[i] = static_cast<std::uint8_t>(t.generated + i);
+            ++t.generated;
+            uploadCanEntries({e}, model.canChannel);
+            t.next += period;
+        }
+        nextCan = canTicking ? std::min(nextCan, t.next) : t.next;
         canTicking = true;
-        nextCan = now;
-    }
-    if (now - nextCan > 8 * period) nextCan = now;
-    while (nextCan <= now) {
-        CanEntry e;
-        e.timestampUs = model.microsSinceStart();
-        e.identifier = model.canIdentifier;
-        e.data.resize(model.canLength);
-        for (std::size_t i = 0; i < e.data.size(); ++i)
-            e.data[i] = static_cast<std::uint8_t>(canGenerated + i);
-        ++canGenerated;
-        uploadCanEntries({e}, model.canChannel);
-        nextCan += period;
     }
 }
 
-void DeviceEmulator::Impl::floodLoop(std::uint64_t total, std::uint64_t rate, std::uint8_t words) {
+void DeviceEmulator::Impl::floodLoop(std::uint64_t total, std::uint64_t rate, std::uint8_t words,
+                                     bool whileUploading) {
     Endpoint to;
     const std::size_t entrySize = kFrUploadEntryHead + 2u * words;
     const std::size_t perFrame = std::min<std::size_t>(255, (kMaxUploadPayload - 2) / entrySize);
     Bytes payload(kMaxUploadPayload, 0);
-    const Clock::time_point begin = Clock::now();
+    Clock::time_point begin = Clock::now();
     Clock::time_point lastFrame = begin;
-    // Time by which the first `records` records are due at the requested rate.
+    std::uint64_t sent = 0;
+    std::uint64_t paced = 0;  // records sent since `begin`, the start of the pace
+    // Time by which the first `records` records since `begin` are due at the requested rate.
     auto dueAt = [&](std::uint64_t records) {
         return begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
                            static_cast<double>(records) / static_cast<double>(rate)));
     };
-    std::uint64_t sent = 0;
+    auto uploading = [&] {
+        std::lock_guard<std::mutex> g(model.lock);
+        return model.uploads;
+    };
     std::unique_lock<std::mutex> lk(floodLock);
-    while (sent < total && !floodStop && host(to)) {
-        // Records the clock allows so far; a rate of 0 means no limit.
+    while (sent < total && !floodStop) {
+        if (!host(to) || (whileUploading && !uploading())) {
+            if (!whileUploading) break;
+            // Paused: poll for the uploads, then pace from the moment they are back.
+            floodCv.wait_for(lk, std::chrono::milliseconds(5), [&] { return floodStop; });
+            begin = lastFrame = Clock::now();
+            paced = 0;
+            continue;
+        }
+        // Records the clock allows now; a rate of 0 means no limit.
         const Clock::time_point now = Clock::now();
-        std::uint64_t allowed = total;
+        std::uint64_t available = total - sent;
         if (rate != 0) {
-            const double byClock =
-                static_cast<double>(rate) * std::chrono::duration<double>(now - begin).count();
-            if (byClock < static_cast<double>(total)) allowed = static_cast<std::uint64_t>(byClock);
+            const double left =
+                static_cast<double>(rate) * std::chrono::duration<double>(now - begin).count() -
+                static_cast<double>(paced);
+            if (left < static_cast<double>(available))
+                available = left <= 0 ? 0 : static_cast<std::uint64_t>(left);
         }
         // Full frames when the rate allows; a partial one once a record waited 1 ms.
         const std::uint64_t want = std::min<std::uint64_t>(perFrame, total - sent);
-        if (allowed < sent + want && (allowed <= sent || now - lastFrame < kFloodLatency)) {
-            const auto next =
-                std::min(dueAt(sent + want), std::max(lastFrame + kFloodLatency, dueAt(sent + 1)));
+        if (available < want && (available == 0 || now - lastFrame < kFloodLatency)) {
+            const auto next = std::min(dueAt(paced + want),
+                                       std::max(lastFrame + kFloodLatency, dueAt(paced + 1)));
             floodCv.wait_until(lk, next, [&] { return floodStop; });
             continue;
         }
         lastFrame = now;
         lk.unlock();
-        const std::size_t n =
-            static_cast<std::size_t>(std::min<std::uint64_t>(perFrame, allowed - sent));
+        const std::size_t n = static_cast<std::size_t>(std::min(want, available));
         const std::uint64_t stamp = model.nanosSinceStart();
         payload[0] = 0;
         payload[1] = static_cast<std::uint8_t>(n);
@@ -213,9 +235,20 @@ void DeviceEmulator::Impl::floodLoop(std::uint64_t total, std::uint64_t rate, st
             putLe16(e + 24, 0x8080);
             if (words >= 2) putLe32(e + kFrUploadEntryHead, counter);
         }
-        emit(kUploadFlexRay, payload.data(), 2 + n * entrySize, false, 0, to);
-        sent += n;
-        floodCount.store(sent);
+        bool emitted = true;
+        if (whileUploading) {
+            // Under the state lock, as the cycles' uploads: none leaves after the reply to 114.
+            std::lock_guard<std::mutex> g(model.lock);
+            emitted = model.uploads;
+            if (emitted) emit(kUploadFlexRay, payload.data(), 2 + n * entrySize, false, 0, to);
+        } else {
+            emit(kUploadFlexRay, payload.data(), 2 + n * entrySize, false, 0, to);
+        }
+        if (emitted) {
+            sent += n;
+            paced += n;
+            floodCount.store(sent);
+        }
         lk.lock();
     }
     floodDone = true;

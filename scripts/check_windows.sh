@@ -48,6 +48,8 @@ qt=$(pkg-config --variable=includedir Qt5Core 2>/dev/null || echo /usr/include/x
 pugi=$(mktemp -d)
 trap 'rm -rf "$pugi"' EXIT
 ln -s /usr/include/pugixml.hpp /usr/include/pugiconfig.hpp "$pugi"/
+# CLI11 (header-only, portable) for kelo-emulator's command line, from the same place.
+[ -d /usr/include/CLI ] && ln -s /usr/include/CLI "$pugi"/
 
 warnings=(-Wall -Wextra -Wpedantic -Werror)
 # -Wno-attributes: Qt's Linux headers declare functions without the dllimport of a Windows Qt.

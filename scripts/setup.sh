@@ -5,7 +5,7 @@ set -euo pipefail
 # clang-14 and libclang-rt-14-dev (only a recommendation of clang-14's packages, so named here: it
 # holds the libFuzzer and sanitizer runtimes) build the fuzz targets.
 packages=(build-essential cmake ninja-build pkg-config qtbase5-dev libpugixml-dev
-          libgtest-dev libgmock-dev libbenchmark-dev clang-format binutils
+          libgtest-dev libgmock-dev libbenchmark-dev clang-format binutils libcli11-dev
           clang-14 libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -50,6 +50,90 @@ enum Command : std::uint8_t {
     kCmdKeepAlive = 255,
 };
 
+// Command and upload names as logs and command lines spell them; nullptr for a code without one.
+constexpr const char* commandName(std::uint8_t code) {
+    switch (code) {
+        case kCmdResetCpu:
+            return "ResetCpu";
+        case kCmdSetClusterParameter:
+            return "SetClusterParameter";
+        case kCmdSetNodeParameter:
+            return "SetNodeParameter";
+        case kCmdSetCcParameter:
+            return "SetCcParameter";
+        case kCmdSetSlotParameter:
+            return "SetSlotParameter";
+        case kCmdSetFifoParameter:
+            return "SetFifoParameter";
+        case kCmdConfigureNode:
+            return "ConfigureNode";
+        case kCmdStartNode:
+            return "StartNode";
+        case kCmdStopNode:
+            return "StopNode";
+        case kCmdTransmit:
+            return "Transmit";
+        case kCmdReplaySend:
+            return "ReplaySend";
+        case kCmdStartRxUpload:
+            return "StartRxUpload";
+        case kCmdStopRxUpload:
+            return "StopRxUpload";
+        case kUploadFlexRay:
+            return "UploadFlexRay";
+        case kCmdGetNodeState:
+            return "GetNodeState";
+        case kCmdSendWakeUp:
+            return "SendWakeUp";
+        case kCmdGetNmVector:
+            return "GetNmVector";
+        case kCmdCanSetBusParameter:
+            return "CanSetBusParameter";
+        case kCmdCanSetFilterParameter:
+            return "CanSetFilterParameter";
+        case kCmdCanSetOptionParameter:
+            return "CanSetOptionParameter";
+        case kCmdSetControllerMode:
+            return "SetControllerMode";
+        case kCmdCanStart:
+            return "CanStart";
+        case kCmdCanStop:
+            return "CanStop";
+        case kCmdMultiTransmit:
+            return "MultiTransmit";
+        case kUploadCan:
+            return "UploadCan";
+        case kCmdWriteRegister:
+            return "WriteRegister";
+        case kCmdReadRegister:
+            return "ReadRegister";
+        case kCmdSetNodeRxTimeout:
+            return "SetNodeRxTimeout";
+        case kCmdConnect:
+            return "Connect";
+        case kCmdClose:
+            return "Close";
+        case kCmdSetDeviceText:
+            return "SetDeviceText";
+        case kCmdSetDeviceIp:
+            return "SetDeviceIp";
+        case kCmdSetDeviceOption:
+            return "SetDeviceOption";
+        case kCmdGetDeviceInfo:
+            return "GetDeviceInfo";
+        case kCmdSetTimeOffset:
+            return "SetTimeOffset";
+        case kCmdSetKeySlot:
+            return "SetKeySlot";
+        case kUploadStatus:
+            return "UploadStatus";
+        case kCmdKeepAlive:
+            return "KeepAlive";
+        default:
+            return nullptr;
+    }
+}
+
 inline constexpr std::size_t kFrRecordSize = 280;
 inline constexpr std::size_t kFrRecordPayloadOffset = 26;
 inline constexpr std::size_t kFrRecordMaxPayload = kFrRecordSize - kFrRecordPayloadOffset;  // 254
