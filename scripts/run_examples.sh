@@ -2,14 +2,16 @@
 # Starts the device emulator on an address, waits until it serves, then runs each example program
 # against that address in turn. Exits non-zero when the emulator does not start or an example
 # fails. Used by scripts/demo.sh and by the test suite.
-# Usage: scripts/run_examples.sh EMULATOR ADDRESS PROGRAM [PROGRAM ...]
+# Usage: [KELO_EMULATOR_ARGS="--database FILE ..."] scripts/run_examples.sh EMULATOR ADDRESS PROGRAM...
+# KELO_EMULATOR_ARGS holds further emulator options (split at blanks).
 set -euo pipefail
 emulator_program=$1
 address=$2
 shift 2
 
 log=$(mktemp)
-"$emulator_program" --address "$address" >"$log" 2>&1 &
+read -r -a emulator_args <<<"${KELO_EMULATOR_ARGS:-}"
+"$emulator_program" --address "$address" "${emulator_args[@]}" >"$log" 2>&1 &
 emulator=$!
 trap 'kill "$emulator" 2>/dev/null || true; wait "$emulator" 2>/dev/null || true; rm -f "$log"' EXIT
 
