@@ -122,15 +122,7 @@ RawLimits autosarLimits(const autosar::tAutoSarDatabase& db, const autosar::tAut
     if (s.compuMethod == nullptr || s.compuMethod->scales.empty()) return r;
     const std::vector<autosar::tAutoSarCompuScale>& scales = s.compuMethod->scales;
     if (c.scaling == dbapi::Scaling::Linear) {
-        const autosar::tAutoSarCompuScale* used = &scales.front();
-        if (db.readAll) {
-            for (const autosar::tAutoSarCompuScale& candidate : scales) {
-                if (candidate.rational) {
-                    used = &candidate;
-                    break;
-                }
-            }
-        }
+        const autosar::tAutoSarCompuScale* used = dbapi::AutosarView::scaleOf(db, *s.compuMethod);
         if (used->upperLimit > used->lowerLimit) r = {used->lowerLimit, used->upperLimit};
         return r;
     }

@@ -66,6 +66,17 @@ struct AutosarView {
     // AUTOSAR files; it reads as factor 1, offset 0. A database read with the read-all rules
     // also scales SCALE_LINEAR and SCALE_LINEAR_AND_TEXTTABLE methods, and takes the first scale
     // with an offset and a factor (text entries come first in many files).
+    // The scale a linear method decodes with: its first; with read-all, its first scale that has
+    // an offset and a factor (else its first). Null for a method without scales.
+    static const autosar::tAutoSarCompuScale* scaleOf(const Database& db,
+                                                      const autosar::tAutoSarCompuMethodInfo& m) {
+        if (m.scales.empty()) return nullptr;
+        if (db.readAll) {
+            for (const autosar::tAutoSarCompuScale& candidate : m.scales)
+                if (candidate.rational) return &candidate;
+        }
+        return &m.scales.front();
+    }
     static SignalCoding codingOf(const Database& db, const Signal& s, bool msbFirst) {
         SignalCoding c;
         c.bitPosition = positionOf(db, s);
@@ -78,17 +89,8 @@ struct AutosarView {
                 (db.readAll &&
                  (category == "SCALE_LINEAR" || category == "SCALE_LINEAR_AND_TEXTTABLE"))) {
                 c.scaling = Scaling::Linear;
-                if (!method->scales.empty()) {
-                    const autosar::tAutoSarCompuScale* first = &method->scales.front();
-                    if (db.readAll) {
-                        for (const autosar::tAutoSarCompuScale& candidate : method->scales) {
-                            if (candidate.rational) {
-                                first = &candidate;
-                                break;
-                            }
-                        }
-                    }
-                    const autosar::tAutoSarCompuScale& scale = *first;
+                if (const autosar::tAutoSarCompuScale* used = scaleOf(db, *method)) {
+                    const autosar::tAutoSarCompuScale& scale = *used;
                     const float d = (scale.denominator != 0.0f && scale.denominator != 1.0f)
                                         ? scale.denominator
                                         : 1.0f;
